@@ -1,0 +1,77 @@
+#pragma once
+// Holders of reactors inside a state machine: one for an input that may be
+// null or replaced, and a keyed collection of reactors, one per member of a
+// watched collection.
+#include <memory>
+
+#include "runtime/vek/HashMap.h"
+#include "runtime/vek/Ptr.h"
+
+namespace Vek {
+
+// The reactor of one input. A null input has no reactor; assigning an input
+// after construction makes or replaces the reactor's notifier and runs the
+// keyless handler once.
+template <class R>
+class Input {
+ public:
+   using Notifier = typename R::Notifier;
+
+   // At construction of the machine: a reactor for a non-null input, no handler run.
+   template <class S, class... A>
+   void init(S* sm, Ptr<Notifier const> const& p, A&&... args) {
+      if (p) r_ = std::make_unique<R>(sm, p, std::forward<A>(args)...);
+   }
+   // After construction: an assignment is a change of the input.
+   template <class S, class... A>
+   void assign(S* sm, Ptr<Notifier const> const& p, A&&... args) {
+      if (!p) {
+         r_.reset();
+         return;
+      }
+      if (!r_) r_ = std::make_unique<R>(sm, nullptr, std::forward<A>(args)...);
+      r_->notifierIs(p);
+   }
+   Ptr<Notifier const> notifier() const { return r_ ? r_->notifier() : nullptr; }
+   Notifier const* get() const { return r_ ? static_cast<Notifier const*>(r_->notifier().ptr()) : nullptr; }
+   R* reactor() const { return r_.get(); }
+   explicit operator bool() const { return r_ != nullptr; }
+   void reset() { r_.reset(); }
+
+ private:
+   std::unique_ptr<R> r_;
+};
+
+// Reactors by key, one per member of a watched collection.
+template <class K, class R>
+class ReactorColl {
+ public:
+   template <class... A>
+   R* is(K const& k, A&&... args) {
+      auto [p, inserted] = m_.emplace(k);
+      if (inserted) *p = std::make_unique<R>(std::forward<A>(args)...);
+      return p->get();
+   }
+   R* find(K const& k) const {
+      auto const* p = m_.find(k);
+      return p ? p->get() : nullptr;
+   }
+   // The reactor goes after the map is consistent again, since its
+   // destruction may be observed.
+   void del(K const& k) {
+      std::unique_ptr<R> dead;
+      m_.erase(k, &dead);
+   }
+   void delAll() {
+      while (!m_.empty())
+         for (auto it = m_.begin(); it; ++it) del(K(it.key()));
+   }
+   std::size_t size() const { return m_.size(); }
+   auto begin() const { return m_.begin(); }
+   auto end() const { return m_.end(); }
+
+ private:
+   HashMap<K, std::unique_ptr<R>> m_;
+};
+
+}  // namespace Vek

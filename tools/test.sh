@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the normal build, then the test suite under the
+# address and undefined-behaviour sanitizers. Set LDP_NO_SANITIZE=1 to skip the
+# second build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=${LDP_JOBS:-2}
+
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j"$jobs"
+ctest --test-dir build --output-on-failure -j"$jobs"
+
+if [ "${LDP_NO_SANITIZE:-0}" != 1 ]; then
+   cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DLDP_SANITIZE=ON -DLDP_BENCH=OFF >/dev/null
+   cmake --build build-asan -j"$jobs"
+   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+      ctest --test-dir build-asan --output-on-failure -j"$jobs"
+fi
