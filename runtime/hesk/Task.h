@@ -112,7 +112,9 @@ class SmTimerTask : public TimerTask, public Vek::SmPart {
  protected:
    void onTaskRun() override {
       if (marked_ || !owner()) return;
-      Vek::Sm::run(sm_, [this] { (sm_->*handler_)(); });
+      S* sm = sm_;
+      Handler h = handler_;
+      Vek::Sm::run(sm, [sm, h] { (sm->*h)(); });
    }
 
  private:
