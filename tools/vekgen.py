@@ -23,6 +23,7 @@ handlers. The format, one declaration a line, '#' starts a comment:
        child commonConfig : LdpSessionCommonConfig
        method void addSessionStateLogEntry(LdpSessionStateLogEntry const& e)
        code static U32 answer() { return 42; }
+    decl Vek::Ptr<LdpSessionStatus> makeStatus();   # verbatim, at namespace level
 
 For an attribute x: x() to read; xIs to write (silent when unchanged); xInc and
 xDec on counters; x(key), xIs(key, ...), xDel(key), xDelAll(), xSize(), xIter()
@@ -64,6 +65,12 @@ class Entity:
         return None
 
 
+class Decl:
+    """A verbatim declaration at namespace level, such as a factory function."""
+    def __init__(self, ns, text):
+        self.ns, self.text = ns, text
+
+
 class Enum:
     def __init__(self, ns, name, under):
         self.ns, self.name, self.under, self.values = ns, name, under, []
@@ -99,6 +106,8 @@ def parse(path):
                     fail(path, lineno, 'bad entity line')
                 cur = Entity(ns, m.group(1), m.group(2))
                 items.append(cur)
+            elif words.startswith('decl '):
+                items.append(Decl(ns, words[5:]))
             elif words.startswith('enum '):
                 m = re.match(r'enum\s+(\w+)\s*:\s*(\w+)$', words)
                 if not m:
@@ -482,7 +491,10 @@ def main():
                 out.append(f'namespace {i.ns} {{')
                 out.append('')
             ns = i.ns
-        if isinstance(i, Enum):
+        if isinstance(i, Decl):
+            out.append(i.text)
+            out.append('')
+        elif isinstance(i, Enum):
             gen_enum(i, out)
         else:
             gen_entity(i, entities, out)
