@@ -1,0 +1,192 @@
+#include <errno.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "runtime/nolu/Pam.h"
+
+namespace Nolu {
+
+class TcpPduPam::SinkImpl : public StreamBackend::Sink {
+ public:
+   explicit SinkImpl(TcpPduPam* p) : p_(p) {}
+   void onStreamReadable() override {
+      Vek::Ptr<TcpPduPam> keep(p_);
+      p_->readSome();
+   }
+   void onStreamWritable() override {
+      Vek::Ptr<TcpPduPam> keep(p_);
+      p_->flush();
+   }
+
+ private:
+   TcpPduPam* p_;
+};
+
+TcpPduPam::~TcpPduPam() {
+   if (backend_) backend_->sinkIs(nullptr);
+   backend_.reset();
+}
+
+int TcpPduPam::fileDescriptor() const { return fd_ >= 0 ? fd_ : connSocket() ? connSocket()->fd() : -1; }
+
+void TcpPduPam::enabledIs(bool b) {
+   if (b && !backend_ && connSocket() && !connSocket()->taken()) {
+      backend_ = connSocket()->takeBackend();
+      fd_ = backend_->fd();
+      if (!connSocket()->tcpOptErrorReason().empty()) {
+         tcpOptErrorsInc(1);
+         tcpOptErrorReasonIs(connSocket()->tcpOptErrorReason());
+      }
+   }
+   if (b == enabled()) return;
+   if (b && !backend_) return;
+   if (!sink_) sink_ = std::make_unique<SinkImpl>(this);
+   Vek::Ptr<TcpPduPam> keep(this);
+   backend_->sinkIs(b ? sink_.get() : nullptr);
+   enabled_ = b;
+   if (b) {
+      writableCountInc(1);
+      readSome();
+   }
+}
+
+U32 TcpPduPam::getPduSize(Pkt const* pkt) {
+   U32 have = pkt->dataBytes();
+   if (have < 4) return 4;
+   return U32(readU16(pkt->readPtr(2))) + 4;
+}
+
+void TcpPduPam::failRx(std::string const& reason) {
+   if (backend_) backend_->sinkIs(nullptr);
+   rxCur_ = nullptr;
+   rxErrorReasonIs(reason);
+   rxErrorsInc(1);
+}
+
+void TcpPduPam::failTx(std::string const& reason) {
+   txQueue_.clear();
+   writeLengthIs(0);
+   txErrorReasonIs(reason);
+   txErrorsInc(1);
+}
+
+void TcpPduPam::readSome() {
+   Vek::Ptr<TcpPduPam> keep(this);
+   while (backend_ && enabled()) {
+      if (!rxCur_) rxCur_ = globalPktManager()->newPkt();
+      U32 have = rxCur_->dataBytes();
+      U32 size = std::max<U32>(getPduSize(rxCur_.ptr()), 1);
+      if (size > maxPduLength() + 4) {
+         failRx("PDU length " + std::to_string(size - 4) + " exceeds the maximum " +
+                std::to_string(maxPduLength()));
+         return;
+      }
+      if (have >= size) {
+         // A whole PDU: hand it over; one notification per PDU.
+         rxQueue_.push_back(std::move(rxCur_));
+         rxCur_ = nullptr;
+         rxPduCountInc(1);
+         readableIs(true);
+         readableCountInc(1);
+         continue;
+      }
+      if (rxCur_->totalTailRoom() < size - have) {
+         Vek::Ptr<Pkt> bigger = globalPktManager()->newPkt(size);
+         bigger->appendData(rxCur_->readPtr(0), have);
+         rxCur_ = bigger;
+      }
+      U8* p = rxCur_->newSharedTailData(size - have);
+      long n = backend_->read(p, size - have);
+      rxCur_->delSharedTailData(n > 0 ? U32(size - have - U32(n)) : size - have);
+      if (n > 0) continue;
+      if (n == -EAGAIN || n == -EWOULDBLOCK || n == -EINTR) return;
+      failRx(n == 0 ? "Connection closed by peer" : std::string(strerror(int(-n))));
+      return;
+   }
+}
+
+Vek::Ptr<Pkt> TcpPduPam::doGetRxPkt() {
+   if (rxQueue_.empty()) return nullptr;
+   Vek::Ptr<Pkt> p = std::move(rxQueue_.front());
+   rxQueue_.pop_front();
+   if (rxQueue_.empty()) readableIs(false);
+   return p;
+}
+
+bool TcpPduPam::write(U8 const* p, std::size_t n) {
+   if (!backend_) {
+      failTx("Channel is closed");
+      return false;
+   }
+   if (txQueue_.empty()) {
+      long w = backend_->write(p, n);
+      if (w < 0 && w != -EAGAIN && w != -EWOULDBLOCK && w != -EINTR) {
+         failTx(strerror(int(-w)));
+         return false;
+      }
+      std::size_t done = w > 0 ? std::size_t(w) : 0;
+      p += done;
+      n -= done;
+      if (n == 0) return true;
+      backend_->writeInterestIs(true);
+      writableIs(false);
+   }
+   txQueue_.insert(txQueue_.end(), p, p + n);
+   writeLengthIs(txQueue_.size());
+   return true;
+}
+
+void TcpPduPam::flush() {
+   if (!backend_) return;
+   while (!txQueue_.empty()) {
+      U8 chunk[16384];
+      std::size_t k = std::min(sizeof chunk, txQueue_.size());
+      std::copy(txQueue_.begin(), txQueue_.begin() + long(k), chunk);
+      long w = backend_->write(chunk, k);
+      if (w == -EAGAIN || w == -EWOULDBLOCK || w == -EINTR) break;
+      if (w < 0) {
+         failTx(strerror(int(-w)));
+         break;
+      }
+      txQueue_.erase(txQueue_.begin(), txQueue_.begin() + w);
+   }
+   writeLengthIs(txQueue_.size());
+   if (txQueue_.empty()) {
+      backend_->writeInterestIs(false);
+      writableIs(true);
+      writableCountInc(1);
+   }
+}
+
+bool TcpPduPam::sendPkt(Vek::Ptr<Pkt> const& pkt) {
+   if (!pkt) return false;
+   if (!write(pkt->readPtr(0), pkt->dataBytes())) return false;
+   txPduCountInc(1);
+   return true;
+}
+
+void TcpPduPam::txPktIs(Vek::Ptr<Pkt> const& pkt) { sendPkt(pkt); }
+
+bool TcpPduPam::sendIov(iovec const* vec, int count) {
+   std::vector<U8> all;
+   for (int i = 0; i < count; ++i) {
+      auto const* b = static_cast<U8 const*>(vec[i].iov_base);
+      all.insert(all.end(), b, b + vec[i].iov_len);
+   }
+   if (!write(all.data(), all.size())) return false;
+   txPduCountInc(1);
+   return true;
+}
+
+void TcpPduPam::cleanup() {
+   if (!backend_) return;
+   flush();
+   backend_->sinkIs(nullptr);
+   backend_.reset();
+   txQueue_.clear();
+   rxCur_ = nullptr;
+   enabled_ = false;
+}
+
+}  // namespace Nolu

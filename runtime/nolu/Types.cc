@@ -1,0 +1,256 @@
+#include "runtime/nolu/Types.h"
+
+#include <arpa/inet.h>
+
+#include <cstdio>
+
+namespace Nolu {
+
+namespace {
+
+// Parses a decimal number of at most maxDigits digits that fills s.
+std::optional<unsigned> parseDecimal(std::string_view s, unsigned maxDigits) {
+   if (s.empty() || s.size() > maxDigits) return std::nullopt;
+   unsigned v = 0;
+   for (char c : s) {
+      if (c < '0' || c > '9') return std::nullopt;
+      v = v * 10 + unsigned(c - '0');
+   }
+   return v;
+}
+
+// Splits "addr/len" into its parts; no slash gives an empty length text.
+std::pair<std::string_view, std::string_view> splitSlash(std::string_view s) {
+   auto pos = s.find('/');
+   if (pos == std::string_view::npos) return {s, {}};
+   return {s.substr(0, pos), s.substr(pos + 1)};
+}
+
+U32 v4Mask(U8 len) { return len == 0 ? 0 : ~U32(0) << (32 - len); }
+
+}  // namespace
+
+char const* addressFamilyStr(AddressFamily af) {
+   switch (af) {
+    case ipunknown_: return "ipunknown";
+    case ipv4_: return "ipv4";
+    case ipv6_: return "ipv6";
+   }
+   return "ipunknown";
+}
+
+std::ostream& operator<<(std::ostream& os, AddressFamily af) {
+   return os << addressFamilyStr(af);
+}
+
+// ---- IpAddr
+
+std::optional<IpAddr> IpAddr::fromString(std::string_view s) {
+   U32 v = 0;
+   for (int i = 0; i < 4; ++i) {
+      auto pos = s.find('.');
+      if ((i < 3) == (pos == std::string_view::npos)) return std::nullopt;
+      auto part = parseDecimal(s.substr(0, pos), 3);
+      if (!part || *part > 255) return std::nullopt;
+      v = (v << 8) | *part;
+      s = pos == std::string_view::npos ? std::string_view() : s.substr(pos + 1);
+   }
+   return IpAddr(v);
+}
+
+Vek::String IpAddr::stringValue() const {
+   char buf[16];
+   std::snprintf(buf, sizeof(buf), "%u.%u.%u.%u", value_ >> 24, (value_ >> 16) & 0xFF,
+                 (value_ >> 8) & 0xFF, value_ & 0xFF);
+   return buf;
+}
+
+// ---- Ip6Addr
+
+std::optional<Ip6Addr> Ip6Addr::fromString(std::string_view s) {
+   if (s.size() >= INET6_ADDRSTRLEN) return std::nullopt;
+   std::string text(s);
+   U8 bytes[16];
+   if (inet_pton(AF_INET6, text.c_str(), bytes) != 1) return std::nullopt;
+   return fromBytes(bytes);
+}
+
+bool Ip6Addr::isZero() const {
+   for (U8 b : bytes_) {
+      if (b) return false;
+   }
+   return true;
+}
+
+Vek::String Ip6Addr::stringValue() const {
+   char buf[INET6_ADDRSTRLEN];
+   if (!inet_ntop(AF_INET6, bytes_.data(), buf, sizeof(buf))) return "::";
+   return buf;
+}
+
+// ---- IpGenAddr
+
+std::optional<IpGenAddr> IpGenAddr::fromString(std::string_view s) {
+   if (auto v4 = IpAddr::fromString(s)) return IpGenAddr(*v4);
+   if (auto v6 = Ip6Addr::fromString(s)) return IpGenAddr(*v6);
+   return std::nullopt;
+}
+
+void IpGenAddr::bytesAre(U8* p) const {
+   if (af_ == ipv4_) v4_.bytesAre(p);
+   else if (af_ == ipv6_) v6_.bytesAre(p);
+}
+
+bool IpGenAddr::operator==(IpGenAddr const& o) const {
+   if (af_ != o.af_) return false;
+   if (af_ == ipv4_) return v4_ == o.v4_;
+   if (af_ == ipv6_) return v6_ == o.v6_;
+   return true;
+}
+
+bool IpGenAddr::operator<(IpGenAddr const& o) const {
+   if (af_ != o.af_) return af_ < o.af_;
+   if (af_ == ipv4_) return v4_ < o.v4_;
+   if (af_ == ipv6_) return v6_ < o.v6_;
+   return false;
+}
+
+std::size_t IpGenAddr::hash() const {
+   if (af_ == ipv4_) return Vek::hashMix(U64(v4_.value()) | (U64(ipv4_) << 32));
+   if (af_ == ipv6_) return v6_.hash();
+   return 0;
+}
+
+Vek::String IpGenAddr::stringValue() const {
+   if (af_ == ipv4_) return v4_.stringValue();
+   if (af_ == ipv6_) return v6_.stringValue();
+   return "unspecified";
+}
+
+// ---- masks and prefixes
+
+IpAddrWithMask::IpAddrWithMask(IpAddr addr, U8 len) : addr_(addr), len_(len) {
+   if (len > 32) throw Vek::RangeException("IpAddrWithMask::len > 32 not allowed");
+}
+
+IpAddr IpAddrWithMask::subnet() const { return IpAddr(addr_.value() & v4Mask(len_)); }
+
+bool IpAddrWithMask::contains(IpAddr a) const {
+   return (a.value() & v4Mask(len_)) == subnet().value();
+}
+
+Vek::String IpAddrWithMask::stringValue() const {
+   return addr_.stringValue() + "/" + std::to_string(len_);
+}
+
+IpGenAddrWithMask::IpGenAddrWithMask(IpGenAddr const& addr, U8 len) : addr_(addr), len_(len) {
+   if (len > addr.byteLength() * 8) {
+      throw Vek::RangeException("IpGenAddrWithMask::len beyond the address length not allowed");
+   }
+}
+
+Vek::String IpGenAddrWithMask::stringValue() const {
+   return addr_.stringValue() + "/" + std::to_string(len_);
+}
+
+Prefix::Prefix(IpAddr addr, U8 len) : addr_(addr.value() & v4Mask(len > 32 ? 32 : len)), len_(len) {
+   if (len > 32) throw Vek::RangeException("Prefix::len > 32 not allowed");
+}
+
+std::optional<Prefix> Prefix::fromString(std::string_view s) {
+   auto [a, l] = splitSlash(s);
+   auto addr = IpAddr::fromString(a);
+   if (!addr) return std::nullopt;
+   unsigned len = 32;
+   if (!l.empty() || a.size() != s.size()) {
+      auto v = parseDecimal(l, 2);
+      if (!v || *v > 32) return std::nullopt;
+      len = *v;
+   }
+   return Prefix(*addr, U8(len));
+}
+
+bool Prefix::contains(IpAddr a) const { return (a.value() & v4Mask(len_)) == addr_.value(); }
+
+Vek::String Prefix::stringValue() const {
+   return addr_.stringValue() + "/" + std::to_string(len_);
+}
+
+IpGenPrefix::IpGenPrefix(IpGenAddr const& addr, U8 len) : len_(len) {
+   if (addr.isUnspecified()) throw Vek::RangeException("IpGenPrefix without address family");
+   if (len > addr.byteLength() * 8) {
+      throw Vek::RangeException("IpGenPrefix::len beyond the address length not allowed");
+   }
+   if (addr.isV4()) {
+      addr_ = IpAddr(addr.v4Addr().value() & v4Mask(len));
+   } else {
+      Ip6Addr a = addr.v6Addr();
+      for (unsigned i = 0; i < 16; ++i) {
+         unsigned bitsHere = len > i * 8 ? len - i * 8 : 0;
+         if (bitsHere < 8) a.u8Is(i, U8(a.u8(i) & U8(0xFF << (8 - bitsHere))));
+      }
+      addr_ = a;
+   }
+}
+
+std::optional<IpGenPrefix> IpGenPrefix::fromString(std::string_view s) {
+   auto [a, l] = splitSlash(s);
+   auto addr = IpGenAddr::fromString(a);
+   if (!addr) return std::nullopt;
+   unsigned len = addr->byteLength() * 8;
+   if (a.size() != s.size()) {
+      auto v = parseDecimal(l, 3);
+      if (!v || *v > addr->byteLength() * 8) return std::nullopt;
+      len = *v;
+   }
+   return IpGenPrefix(*addr, U8(len));
+}
+
+Vek::String IpGenPrefix::stringValue() const {
+   if (isEmpty()) return "empty";
+   return addr_.stringValue() + "/" + std::to_string(len_);
+}
+
+// ---- EthAddr
+
+std::optional<EthAddr> EthAddr::fromString(std::string_view s) {
+   if (s.size() != 17) return std::nullopt;
+   EthAddr e;
+   for (unsigned i = 0; i < 6; ++i) {
+      if (i < 5 && s[i * 3 + 2] != ':') return std::nullopt;
+      unsigned v = 0;
+      for (unsigned j = 0; j < 2; ++j) {
+         char c = s[i * 3 + j];
+         unsigned d;
+         if (c >= '0' && c <= '9') d = unsigned(c - '0');
+         else if (c >= 'a' && c <= 'f') d = unsigned(c - 'a' + 10);
+         else if (c >= 'A' && c <= 'F') d = unsigned(c - 'A' + 10);
+         else return std::nullopt;
+         v = v * 16 + d;
+      }
+      e.bytes_[i] = U8(v);
+   }
+   return e;
+}
+
+Vek::String EthAddr::stringValue() const {
+   char buf[18];
+   std::snprintf(buf, sizeof(buf), "%02x:%02x:%02x:%02x:%02x:%02x", bytes_[0], bytes_[1],
+                 bytes_[2], bytes_[3], bytes_[4], bytes_[5]);
+   return buf;
+}
+
+EthAddr ipMcastMacAddr(IpAddr group) {
+   U32 v = group.value();
+   return EthAddr(0x01, 0x00, 0x5e, U8((v >> 16) & 0x7F), U8(v >> 8), U8(v));
+}
+
+// ---- MplsLabel
+
+Vek::String MplsLabel::stringValue() const {
+   if (value_ == nullValue) return "null";
+   if (value_ == anyValue) return "any";
+   return std::to_string(value_);
+}
+
+}  // namespace Nolu
