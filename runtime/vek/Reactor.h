@@ -6,6 +6,7 @@
 
 #include "runtime/vek/HashMap.h"
 #include "runtime/vek/Ptr.h"
+#include "runtime/vek/Sm.h"
 
 namespace Vek {
 
@@ -21,6 +22,21 @@ class Input {
    template <class S, class... A>
    void init(S* sm, Ptr<Notifier const> const& p, A&&... args) {
       if (p) r_ = std::make_unique<R>(sm, p, std::forward<A>(args)...);
+   }
+   // The same with a keyless handler to run on assignment; typed so that an
+   // overloaded handler name resolves.
+   template <class S>
+   void init(S* sm, Ptr<Notifier const> const& p, typename R::OnAssign onAssign) {
+      if (p) r_ = std::make_unique<R>(sm, p, onAssign);
+   }
+   template <class S>
+   void assign(S* sm, Ptr<Notifier const> const& p, typename R::OnAssign onAssign) {
+      if (!p) {
+         r_.reset();
+         return;
+      }
+      if (!r_) r_ = std::make_unique<R>(sm, nullptr, onAssign);
+      r_->notifierIs(p);
    }
    // After construction: an assignment is a change of the input.
    template <class S, class... A>
@@ -52,6 +68,11 @@ class ReactorColl {
       if (inserted) *p = std::make_unique<R>(std::forward<A>(args)...);
       return p->get();
    }
+   // A member reactor for key k, whose changes go to handler h with the key.
+   template <class S>
+   R* is(K const& k, S* sm, Ptr<typename R::Notifier const> const& n, typename R::Handler h) {
+      return is(k, sm, n, k, h);
+   }
    R* find(K const& k) const {
       auto const* p = m_.find(k);
       return p ? p->get() : nullptr;
@@ -72,6 +93,35 @@ class ReactorColl {
 
  private:
    HashMap<K, std::unique_ptr<R>> m_;
+};
+
+// The base of a hand-written reactor, for a machine that maps several
+// attributes of its input onto one handler: override the onX that matter and
+// forward with fwd().
+template <class N, class S>
+class CustomReactor : public N {
+ public:
+   using OnAssign = void (S::*)();
+   CustomReactor(S* sm, Ptr<typename N::Notifier const> const& n, OnAssign onAssign = nullptr)
+      : sm_(sm), onAssign_(onAssign) {
+      this->ownerIs(sm);
+      this->notifierBaseIs(n);
+   }
+   void onNotifier() override {
+      if (onAssign_) fwd([h = onAssign_](S* sm) { (sm->*h)(); });
+   }
+
+ protected:
+   // Runs f(sm) as a handler call of the machine.
+   template <class F>
+   void fwd(F const& f) {
+      S* sm = sm_;
+      Sm::run(sm, [sm, &f] { f(sm); });
+   }
+
+ private:
+   S* sm_;
+   OnAssign onAssign_;
 };
 
 }  // namespace Vek
