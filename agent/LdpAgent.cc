@@ -17,6 +17,7 @@ Agent::Agent(std::string const& name) : AgentBase::CAgent(name) { entityTypesReg
 
 // The machines go first, while the entities that they watch are still whole.
 Agent::~Agent() {
+   ldpProtoConfigSmManager_ = nullptr;
    aclConfigAggregatorSm_ = nullptr;
    fecModeRestartSm_ = nullptr;
    fecModeSm_ = nullptr;
@@ -152,12 +153,12 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
    // NOT YET WRITTEN - the event monitor manager goes here, first of the three:
    //    ldpEventMonSmManagerIs(0, ldpConfigColl, ldpProtoConfigColl, ldpStatusColl)
 
-   // NOT YET WRITTEN - the protocol configuration manager goes here, before the
-   // root, so that the protocol configuration records exist when the root
-   // first looks:
-   //    ldpProtoConfigSmManagerIs(0, ldpConfigColl, ldpProtoConfigColl, ldpEnabledVrfColl,
-   //       ldpAgentStatus, ipStatus, allIntfStatusDir, mplsConfig, routingConfig,
-   //       routingAclConfig, scheduler)
+   // The protocol configuration manager comes before the root, so that the
+   // protocol configuration records exist when the root first looks.
+   ldpProtoConfigSmManager_ = LdpProtoConfigSmManager::LdpProtoConfigSmManagerIs(
+      0, ldpConfigColl_, ldpProtoConfigColl_, ldpEnabledVrfColl_, ldpAgentStatus_, ipStatus_,
+      allIntfStatusDir_, mplsConfig_, routingConfig_, routingAclConfig_, scheduler_);
+   madeLog_.push_back("ldpProtoConfigSmManager");
 
    // NOT YET WRITTEN - the root machine goes here, last, with all inputs in the
    // order of its constructor:

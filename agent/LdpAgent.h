@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "agent/AclServices.h"
+#include "agent/LdpProtoConfigSm.h"
 #include "agent/RuvoFecMode.h"
 #include "entities/EntityTypes.h"
 #include "runtime/agent/AgentBase.h"
@@ -37,6 +38,9 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Ruvo::FecModeRestartSm> const& fecModeRestartSm() const { return fecModeRestartSm_; }
    Vek::Ptr<Acl::AclConfigAggregatorSm> const& aclConfigAggregatorSm() const {
       return aclConfigAggregatorSm_;
+   }
+   Vek::Ptr<LdpProtoConfigSmManager> const& ldpProtoConfigSmManager() const {
+      return ldpProtoConfigSmManager_;
    }
    Vek::Ptr<Tesh::Fib::FecModeStatus> const& fecModeStatus() const { return fecModeStatus_; }
    Vek::Ptr<Acl::Config> const& aclConfig() const { return aclConfig_; }
@@ -137,6 +141,7 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Ruvo::FecModeSm> fecModeSm_;
    Vek::Ptr<Ruvo::FecModeRestartSm> fecModeRestartSm_;
    Vek::Ptr<Acl::AclConfigAggregatorSm> aclConfigAggregatorSm_;
+   Vek::Ptr<LdpProtoConfigSmManager> ldpProtoConfigSmManager_;
 
    std::vector<Ombra::Mount> mountLog_;
    std::vector<Ombra::Mount> teshMountLog_;

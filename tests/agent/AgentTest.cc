@@ -60,7 +60,8 @@ TEST(Agent, StartOnEmptyStoreAndRestart) {
       {"kni/ns/default/status", "KernelNetInfo::Status", "tesh"},
    };
    EXPECT_EQ(tesh, agent->teshMountLog());
-   EXPECT_EQ((std::vector<std::string>{"fecModeSm", "fecModeRestartSm", "aclConfigAggregatorSm"}),
+   EXPECT_EQ((std::vector<std::string>{"fecModeSm", "fecModeRestartSm", "aclConfigAggregatorSm",
+                                       "ldpProtoConfigSmManager"}),
              agent->madeLog());
 
    // Every mounted entity was made in the store and fetched by its type.
