@@ -279,6 +279,7 @@ struct Conn {
       bool fin = false;     // the peer has closed
       int err = 0;          // reset
       bool open = true;     // this end still exists
+      U32 segmentSize = 0;  // of what this end writes; 0: the link's
       StreamBackend::Sink* sink = nullptr;
    };
    Side side[2];
@@ -288,8 +289,11 @@ struct Conn {
 
 class Stream : public StreamBackend {
  public:
-   Stream(std::shared_ptr<Conn> c, int me) : c_(std::move(c)), me_(me), fd_(c_->net->nextFd()) {}
+   Stream(std::shared_ptr<Conn> c, int me) : c_(std::move(c)), me_(me), fd_(c_->net->nextFd()) {
+      c_->net->streams_[fd_] = this;
+   }
    ~Stream() override {
+      c_->net->streams_.erase(fd_);
       Conn::Side& s = c_->side[me_];
       s.open = false;
       s.sink = nullptr;
@@ -318,7 +322,9 @@ class Stream : public StreamBackend {
       Conn::Side& s = c_->side[me_];
       if (s.err) return -s.err;
       if (s.fin) return -EPIPE;
-      std::size_t seg = c_->link && c_->link->segmentSize() ? c_->link->segmentSize() : n;
+      std::size_t seg = s.segmentSize                                ? s.segmentSize
+                        : c_->link && c_->link->segmentSize() ? c_->link->segmentSize()
+                                                              : n;
       std::shared_ptr<Conn> c = c_;
       int peer = 1 - me_;
       for (std::size_t off = 0; off < n; off += seg) {
@@ -336,6 +342,7 @@ class Stream : public StreamBackend {
    }
    void writeInterestIs(bool) override {}
    int fd() const override { return fd_; }
+   void segmentSizeIs(U32 n) { c_->side[me_].segmentSize = n; }
 
    static void notify(std::shared_ptr<Conn> const& c, int who) {
       Conn::Side& d = c->side[who];
@@ -343,18 +350,16 @@ class Stream : public StreamBackend {
    }
    // Crosses the link after the latency; a down link holds it until it is up.
    static void deliver(std::shared_ptr<Conn> const& c, int, std::function<void()> f) {
-      Link* l = c->link;
-      Network* net = c->net;
-      std::function<void()> attempt;
-      auto go = std::make_shared<std::function<void()>>();
-      *go = [l, f, go]() {
+      c->net->later(crossing(c->link, std::move(f)));
+   }
+   static std::function<void()> crossing(Link* l, std::function<void()> f) {
+      return [l, f]() {
          if (l && !l->up()) {
-            l->held_.push_back(*go);
+            l->held_.push_back(crossing(l, f));
             return;
          }
          f();
       };
-      net->later(*go);
    }
 
  private:
@@ -362,6 +367,13 @@ class Stream : public StreamBackend {
    int me_;
    int fd_;
 };
+
+bool Network::segmentSizeIs(int fd, U32 n) {
+   auto it = streams_.find(fd);
+   if (it == streams_.end()) return false;
+   it->second->segmentSizeIs(n);
+   return true;
+}
 
 void Link::upIs(bool up) {
    if (up_ == up) return;

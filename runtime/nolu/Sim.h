@@ -140,6 +140,11 @@ class Network {
    Vek::Seconds latency() const { return latency_; }
    void latencyIs(Vek::Seconds s) { latency_ = s; }
 
+   // Segments of at most n bytes for what the TCP end with descriptor fd
+   // writes (a channel's fileDescriptor()); 0 goes back to the link's size.
+   // False when no such end exists.
+   bool segmentSizeIs(int fd, U32 n);
+
    // Runs f after the latency on the runtime's loop, unless the network is gone.
    void later(std::function<void()> f, Vek::Seconds delay = -1.0);
    Host* ownerOf(IpAddr a) const;
@@ -149,7 +154,9 @@ class Network {
  private:
    friend class Event;
    friend class UdpSock;
+   friend class Stream;
    std::map<NamespaceName, std::unique_ptr<Host>> hosts_;
+   std::map<int, class Stream*> streams_;
    std::map<std::string, std::unique_ptr<Link>> links_;
    std::set<class Event*> events_;
    Vek::Seconds latency_ = 0.001;

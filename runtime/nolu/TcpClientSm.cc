@@ -16,7 +16,8 @@ namespace Nolu {
 
 class TcpClientSm::RealConnect : public Vek::FdHandler {
  public:
-   RealConnect(TcpClientSm* sm, int fd) : sm_(sm), fd_(fd) {
+   RealConnect(TcpClientSm* sm, int fd, std::string optError)
+      : sm_(sm), fd_(fd), optError_(std::move(optError)) {
       Vek::activityManager()->fdIs(fd_, this, false, true);
    }
    ~RealConnect() override {
@@ -42,13 +43,16 @@ class TcpClientSm::RealConnect : public Vek::FdHandler {
       sockaddr_in local{};
       socklen_t ll = sizeof local;
       ::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &ll);
+      // The call may delete this object: nothing of it is used after.
+      std::string optError = std::move(optError_);
       sm_->connectDone(0, realStreamBackend(fd), IpAddr(ntohl(local.sin_addr.s_addr)),
-                       ntohs(local.sin_port), "");
+                       ntohs(local.sin_port), optError);
    }
 
  private:
    TcpClientSm* sm_;
    int fd_;
+   std::string optError_;
 };
 
 Vek::Ptr<TcpClientSm> TcpClientSm::TcpClientSmIs(U32 id, Vek::Ptr<TcpClientConfig> const& c,
@@ -143,8 +147,7 @@ void TcpClientSm::attempt() {
       ::close(fd);
       return failed(r);
    }
-   (void)optErr;
-   real_ = std::make_unique<RealConnect>(this, fd);
+   real_ = std::make_unique<RealConnect>(this, fd, optErr);
 }
 
 void TcpClientSm::failed(std::string const& reason) {

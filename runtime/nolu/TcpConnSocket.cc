@@ -14,6 +14,7 @@ class RealStream : public StreamBackend, public Vek::FdHandler {
  public:
    explicit RealStream(int fd) : fd_(fd) {}
    ~RealStream() override {
+      if (gone_) *gone_ = true;
       if (sink_) Vek::activityManager()->fdDel(fd_);
       ::close(fd_);
    }
@@ -37,17 +38,25 @@ class RealStream : public StreamBackend, public Vek::FdHandler {
    }
    int fd() const override { return fd_; }
    void onFdEvent(U32 events) override {
-      // The sink may drop this back end while it is served.
+      // The sink may drop this back end while it is served: a flag on the
+      // stack tells whether it is still there.
       Sink* s = sink_;
+      if (!s) return;
+      bool gone = false;
+      gone_ = &gone;
       bool out = events & 0x004;  // EPOLLOUT
-      if (s && (events & ~U32(0x004))) s->onStreamReadable();
-      if (out && sink_ == s && s) s->onStreamWritable();
+      if (events & ~U32(0x004)) s->onStreamReadable();
+      if (gone) return;
+      if (out && sink_ == s) s->onStreamWritable();
+      if (gone) return;
+      gone_ = nullptr;
    }
 
  private:
    int fd_;
    Sink* sink_ = nullptr;
    bool wantWrite_ = false;
+   bool* gone_ = nullptr;
 };
 
 }  // namespace

@@ -28,7 +28,9 @@ TcpPduPam::~TcpPduPam() {
    backend_.reset();
 }
 
-int TcpPduPam::fileDescriptor() const { return fd_ >= 0 ? fd_ : connSocket() ? connSocket()->fd() : -1; }
+int TcpPduPam::fileDescriptor() const {
+   return fd_ >= 0 ? fd_ : connSocket() ? connSocket()->fd() : -1;
+}
 
 void TcpPduPam::enabledIs(bool b) {
    if (b && !backend_ && connSocket() && !connSocket()->taken()) {
@@ -60,6 +62,7 @@ U32 TcpPduPam::getPduSize(Pkt const* pkt) {
 void TcpPduPam::failRx(std::string const& reason) {
    if (backend_) backend_->sinkIs(nullptr);
    rxCur_ = nullptr;
+   rxHead_ = rxTail_ = 0;
    rxErrorReasonIs(reason);
    rxErrorsInc(1);
 }
@@ -91,14 +94,33 @@ void TcpPduPam::readSome() {
          readableCountInc(1);
          continue;
       }
-      if (rxCur_->totalTailRoom() < size - have) {
+      U32 need = size - have;
+      if (rxCur_->totalTailRoom() < need) {
          Vek::Ptr<Pkt> bigger = globalPktManager()->newPkt(size);
          bigger->appendData(rxCur_->readPtr(0), have);
          rxCur_ = bigger;
       }
-      U8* p = rxCur_->newSharedTailData(size - have);
-      long n = backend_->read(p, size - have);
-      rxCur_->delSharedTailData(n > 0 ? U32(size - have - U32(n)) : size - have);
+      // Bytes read ahead come first; a socket read fills the read-ahead
+      // buffer, so that a stream of small PDUs costs one read per buffer and
+      // not two per PDU. A large remainder is read straight into the packet.
+      std::size_t buffered = rxTail_ - rxHead_;
+      if (buffered) {
+         U32 k = U32(std::min<std::size_t>(need, buffered));
+         rxCur_->appendData(rxBuf_.data() + rxHead_, k);
+         rxHead_ += k;
+         if (rxHead_ == rxTail_) rxHead_ = rxTail_ = 0;
+         continue;
+      }
+      long n;
+      if (need >= rxBufSize) {
+         U8* p = rxCur_->newSharedTailData(need);
+         n = backend_->read(p, need);
+         rxCur_->delSharedTailData(n > 0 ? need - U32(n) : need);
+      } else {
+         if (rxBuf_.size() < rxBufSize) rxBuf_.resize(rxBufSize);
+         n = backend_->read(rxBuf_.data(), rxBufSize);
+         if (n > 0) rxTail_ = std::size_t(n);
+      }
       if (n > 0) continue;
       if (n == -EAGAIN || n == -EWOULDBLOCK || n == -EINTR) return;
       failRx(n == 0 ? "Connection closed by peer" : std::string(strerror(int(-n))));
@@ -186,6 +208,7 @@ void TcpPduPam::cleanup() {
    backend_.reset();
    txQueue_.clear();
    rxCur_ = nullptr;
+   rxHead_ = rxTail_ = 0;
    enabled_ = false;
 }
 

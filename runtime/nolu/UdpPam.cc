@@ -17,7 +17,7 @@ namespace {
 // A UDP socket on the runtime's epoll loop.
 class RealUdp : public UdpBackend, public Vek::FdHandler {
  public:
-   RealUdp(int fd, Sink* sink) : fd_(fd), sink_(sink) {
+   RealUdp(int fd, Sink* sink, U8 tos) : fd_(fd), sink_(sink), tos_(tos) {
       Vek::activityManager()->fdIs(fd_, this, true, false);
    }
    ~RealUdp() override {
@@ -59,6 +59,12 @@ class RealUdp : public UdpBackend, public Vek::FdHandler {
          pi.ipi_ifindex = int(tx.ifIndex);
          pi.ipi_spec_dst.s_addr = htonl(tx.srcIpAddr.value());
          memcpy(CMSG_DATA(c), &pi, sizeof pi);
+      }
+      // The TOS byte may change while the socket is open; the socket follows.
+      if (tx.tos != tos_) {
+         int t = tx.tos;
+         if (::setsockopt(fd_, IPPROTO_IP, IP_TOS, &t, sizeof t) != 0) return errno;
+         tos_ = tx.tos;
       }
       if (tx.ifIndex && tx.dstIpAddr.isMulticast()) {
          ip_mreqn m{};
@@ -103,6 +109,7 @@ class RealUdp : public UdpBackend, public Vek::FdHandler {
  private:
    int fd_;
    Sink* sink_;
+   U8 tos_;
 };
 
 std::unique_ptr<UdpBackend> realUdpOpen(UdpPam const& p, UdpBackend::Sink* sink, int* err,
@@ -124,7 +131,7 @@ std::unique_ptr<UdpBackend> realUdpOpen(UdpPam const& p, UdpBackend::Sink* sink,
       ::close(fd);
       return nullptr;
    }
-   return std::make_unique<RealUdp>(fd, sink);
+   return std::make_unique<RealUdp>(fd, sink, U8(tos));
 }
 
 }  // namespace

@@ -92,6 +92,19 @@ TEST_F(SimFixture, PduFramingAcrossSegments) {
    am.runFor(0.1);
    EXPECT_EQ(2u, p.a->readableCount());
 
+   // One connection cut finer than the link: only what that end writes.
+   link->recordsDelAll();
+   EXPECT_TRUE(net.segmentSizeIs(p.a->fileDescriptor(), 3));
+   EXPECT_FALSE(net.segmentSizeIs(-1, 3));
+   p.a->sendPkt(ldpPdu(5, 3));
+   p.b->sendPkt(ldpPdu(5, 4));
+   am.runFor(0.1);
+   EXPECT_EQ(4u, link->records().size());  // three of 3, 3, 3 bytes and one of 9
+   EXPECT_EQ(3u, p.b->readableCount());
+   EXPECT_EQ(3u, p.a->readableCount());
+   EXPECT_EQ(9u, p.b->rxPkt()->dataBytes());
+   EXPECT_TRUE(net.segmentSizeIs(p.a->fileDescriptor(), 0));
+
    // A length beyond the maximum is a receive error, not a huge read.
    p.a->maxPduLengthIs(100);
    p.b->sendPkt(ldpPdu(200, 0));
