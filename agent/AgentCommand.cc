@@ -14,26 +14,13 @@ AgentCommandRequestDirSm::AgentCommandRequestDirSm(Vek::Ptr<Vek::Dir const> cons
    handleInitialized();
 }
 
-void AgentCommandRequestDirSm::commandCallbackIs(std::string const& command, Callback cb) {
-   callbacks_[command] = std::move(cb);
-}
-
-void AgentCommandRequestDirSm::commandCallbackDel(std::string const& command) {
-   callbacks_.erase(command);
-}
-
 std::string AgentCommandRequestDirSm::doCommand(std::string const& requestId,
-                                                std::string const& command,
-                                                std::vector<std::string> const& options) {
+                                                std::string const& command) {
    std::ostringstream out;
-   auto it = callbacks_.find(command);
-   if (it == callbacks_.end()) {
-      out << "Unknown command: " << command << "\n";
-   } else {
-      // Hold the callback: it may replace itself.
-      Callback cb = it->second;
-      cb(options, out);
-   }
+   // Hold the callback: it may replace itself.
+   Vek::Ptr<AgentCommandCallback> cb = callback_;
+   if (cb) cb->handleCommand(out, command);
+   else out << "Unknown command " << command;
    responses_[requestId] = out.str();
    return out.str();
 }

@@ -1,41 +1,46 @@
 #pragma once
 // Commands that an operator sends to the agent through its command request
-// directory. Each command name has a callback that gets the options and
-// writes its output; the answer of the last request is kept for the asker.
-#include <functional>
+// directory. The agent gives the directory one callback that reads the whole
+// command text and writes its answer; the answer of each request is kept for
+// the asker.
 #include <map>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "runtime/vek/Entity.h"
 #include "runtime/vek/Sm.h"
 
 namespace Agent {
 
+class AgentCommandCallback : public Vek::PtrInterface {
+ public:
+   explicit AgentCommandCallback(std::string name) : name_(std::move(name)) {}
+   std::string const& name() const { return name_; }
+   // Reads the command text and writes the answer to socket.
+   virtual void handleCommand(std::ostream& socket, std::string const& command) = 0;
+
+ private:
+   std::string name_;
+};
+
 class AgentCommandRequestDirSm : public Vek::Sm {
  public:
-   using Callback = std::function<void(std::vector<std::string> const& options, std::ostream& out)>;
-
    static Vek::Ptr<AgentCommandRequestDirSm> AgentCommandRequestDirSmIs(
       Vek::Ptr<Vek::Dir const> const& requestDir);
    explicit AgentCommandRequestDirSm(Vek::Ptr<Vek::Dir const> const& requestDir);
    void handleInitialized() { initialized_ = true; }
 
-   void commandCallbackIs(std::string const& command, Callback cb);
-   void commandCallbackDel(std::string const& command);
-   bool hasCommand(std::string const& command) const { return callbacks_.count(command) != 0; }
+   Vek::Ptr<AgentCommandCallback> const& agentCommandCallback() const { return callback_; }
+   void agentCommandCallbackIs(Vek::Ptr<AgentCommandCallback> const& cb) { callback_ = cb; }
 
-   // Runs a request: the callback's output, or a refusal for an unknown
-   // command. The request id names the answer.
-   std::string doCommand(std::string const& requestId, std::string const& command,
-                         std::vector<std::string> const& options);
+   // Runs a request through the callback; the request id names the answer.
+   std::string doCommand(std::string const& requestId, std::string const& command);
    std::string response(std::string const& requestId) const;
    Vek::Ptr<Vek::Dir const> const& requestDir() const { return requestDir_; }
 
  private:
    Vek::Ptr<Vek::Dir const> requestDir_;
-   std::map<std::string, Callback> callbacks_;
+   Vek::Ptr<AgentCommandCallback> callback_;
    std::map<std::string, std::string> responses_;
 };
 

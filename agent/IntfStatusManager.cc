@@ -29,6 +29,14 @@ void NetNsIntfStatusManagerRoot::handleInitialized() {
    initialized_ = true;
 }
 
+void NetNsIntfStatusManagerRoot::intfStatusManagerIs(
+   Vek::Ptr<DeviceIntfStatusDir> const& deviceIntfStatusDir) {
+   deviceIntfStatusDir_ = deviceIntfStatusDir;
+   if (auto const* kni = kniStatus_.get()) {
+      for (auto it = kni->intf().begin(); it; ++it) syncIntf(it.key());
+   }
+}
+
 void NetNsIntfStatusManagerRoot::handleIntf(U32 const& ifIndex) {
    if (!initialized_) return;
    syncIntf(ifIndex);
@@ -51,6 +59,10 @@ void NetNsIntfStatusManagerRoot::syncIntf(U32 ifIndex) {
       allIntfStatusLocalDir_->intfStatusDel(old);
       Ldp::IntfKindRegistry::instance().loopbackIs(old, false);
       intfIdByIndex_.erase(ifIndex);
+      if (deviceIntfStatusDir_) {
+         deviceIntfStatusDir_->intfStatusAndDeviceNameDel(old);
+         deviceIntfStatusDir_->intfIdByIfIndexDel(ifIndex);
+      }
    }
    if (!k) {
       intf_.del(ifIndex);
@@ -72,6 +84,10 @@ void NetNsIntfStatusManagerRoot::syncIntf(U32 ifIndex) {
    };
    fill(allIntfStatusDir_->intfStatusIs(now));
    fill(allIntfStatusLocalDir_->intfStatusIs(now));
+   if (deviceIntfStatusDir_) {
+      deviceIntfStatusDir_->intfIdByIfIndexIs(ifIndex, now);
+      deviceIntfStatusDir_->intfStatusAndDeviceNameIs(now, k->name());
+   }
 }
 
 }  // namespace Interface

@@ -17,6 +17,8 @@ class NetNsIntfStatusManagerRoot : public Vek::Sm {
                               Vek::Ptr<AllIntfStatusDir> const& allIntfStatusDir,
                               Vek::Ptr<AllIntfStatusLocalDir> const& allIntfStatusLocalDir);
    void handleInitialized();
+   // Also keeps the device directory: kernel names and indexes of interfaces.
+   void intfStatusManagerIs(Vek::Ptr<DeviceIntfStatusDir> const& deviceIntfStatusDir);
    void handleIntf(U32 const& ifIndex);
    void handleIntfMember(U32 const& ifIndex);
 
@@ -24,6 +26,7 @@ class NetNsIntfStatusManagerRoot : public Vek::Sm {
    void syncIntf(U32 ifIndex);
    Vek::Ptr<AllIntfStatusDir> allIntfStatusDir_;
    Vek::Ptr<AllIntfStatusLocalDir> allIntfStatusLocalDir_;
+   Vek::Ptr<DeviceIntfStatusDir> deviceIntfStatusDir_;
    Vek::Input<KernelNetInfo::Status::Reactor<NetNsIntfStatusManagerRoot>> kniStatus_;
    Vek::ReactorColl<U32, KernelNetInfo::Intf::MemberReactor<NetNsIntfStatusManagerRoot, U32>>
       intf_;

@@ -17,6 +17,7 @@ Agent::Agent(std::string const& name) : AgentBase::CAgent(name) { entityTypesReg
 
 // The machines go first, while the entities that they watch are still whole.
 Agent::~Agent() {
+   ldpRootSm_ = nullptr;
    ldpProtoConfigSmManager_ = nullptr;
    aclConfigAggregatorSm_ = nullptr;
    fecModeRestartSm_ = nullptr;
@@ -160,14 +161,37 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
       allIntfStatusDir_, mplsConfig_, routingConfig_, routingAclConfig_, scheduler_);
    madeLog_.push_back("ldpProtoConfigSmManager");
 
-   // NOT YET WRITTEN - the root machine goes here, last, with all inputs in the
-   // order of its constructor:
-   //    ldpRootSmIs(0, fecModeStatus, ldpConfigColl, ldpProtoConfigColl, ldpStatusColl,
-   //       ldpLinkReadyStatusVrfColl, ldpAgentStatus, mplsLabelRequest, mplsAgentStatus,
-   //       mplsHwStatus, allVrfStatusLocal, allIntfStatusDir, allIntfStatusLocalDir,
-   //       kniStatus, mplsConfig, bridgingConfig, ipStatus, routeStatus, forwardingStatus,
-   //       pwLdpConfig, pwLdpStatus, aclConfig, srTunnelRib, entityManager,
-   //       teshEntityManager, cliRequestDir, scheduler, timerWheel)
+   // The root machine last, with all inputs in the order of its constructor.
+   LdpRootSmInputs in;
+   in.fecModeStatus = fecModeStatus_;
+   in.ldpConfigColl = ldpConfigColl_;
+   in.ldpProtoConfigColl = ldpProtoConfigColl_;
+   in.ldpStatusColl = ldpStatusColl_;
+   in.ldpLinkReadyStatusVrfColl = ldpLinkReadyStatusVrfColl_;
+   in.ldpAgentStatus = ldpAgentStatus_;
+   in.mplsLabelRequest = mplsLabelRequest_;
+   in.mplsAgentStatus = mplsAgentStatus_;
+   in.mplsHwStatus = mplsHwStatus_;
+   in.allVrfStatusLocal = allVrfStatusLocal_;
+   in.allIntfStatusDir = allIntfStatusDir_;
+   in.allIntfStatusLocalDir = allIntfStatusLocalDir_;
+   in.kniStatus = kniStatus_;
+   in.mplsConfig = mplsConfig_;
+   in.bridgingConfig = bridgingConfig_;
+   in.ipStatus = ipStatus_;
+   in.routeStatus = routeStatus_;
+   in.forwardingStatus = forwardingStatus_;
+   in.pwLdpConfig = pwLdpConfig_;
+   in.pwLdpStatus = pwLdpStatus_;
+   in.aclConfig = aclConfig_;
+   in.srTunnelRib = srTunnelRib_;
+   in.entityManager = em;
+   in.teshEntityManager = teshMount_;
+   in.cliRequestDir = cliRequestDir_;
+   in.scheduler = scheduler_;
+   in.timerWheel = timerWheel_;
+   ldpRootSm_ = LdpRootSm::LdpRootSmIs(0, in);
+   madeLog_.push_back("ldpRootSm");
 }
 
 Vek::Ptr<Agent> agentFactory(std::string const& name) {

@@ -8,6 +8,7 @@
 
 #include "agent/AclServices.h"
 #include "agent/LdpProtoConfigSm.h"
+#include "agent/LdpRootSm.h"
 #include "agent/RuvoFecMode.h"
 #include "entities/EntityTypes.h"
 #include "runtime/agent/AgentBase.h"
@@ -39,6 +40,7 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Acl::AclConfigAggregatorSm> const& aclConfigAggregatorSm() const {
       return aclConfigAggregatorSm_;
    }
+   Vek::Ptr<LdpRootSm> const& ldpRootSm() const { return ldpRootSm_; }
    Vek::Ptr<LdpProtoConfigSmManager> const& ldpProtoConfigSmManager() const {
       return ldpProtoConfigSmManager_;
    }
@@ -142,6 +144,7 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Ruvo::FecModeRestartSm> fecModeRestartSm_;
    Vek::Ptr<Acl::AclConfigAggregatorSm> aclConfigAggregatorSm_;
    Vek::Ptr<LdpProtoConfigSmManager> ldpProtoConfigSmManager_;
+   Vek::Ptr<LdpRootSm> ldpRootSm_;
 
    std::vector<Ombra::Mount> mountLog_;
    std::vector<Ombra::Mount> teshMountLog_;

@@ -77,26 +77,4 @@ class NumAllocator : public Vek::PtrInterface {
    std::deque<Held> held_;
 };
 
-// The timer wheel handed to the TCP client machinery: its parameters, over the
-// runtime's timer heap.
-class TimerWheel : public Vek::PtrInterface {
- public:
-   TimerWheel(Vek::ActivityManager* systemClock, U32 tickMsecs, U32 initialMaxTicks,
-              bool preserveOrder, U32 defaultBucketSize)
-      : clock_(systemClock ? systemClock : Vek::activityManager()), tickMsecs_(tickMsecs),
-        initialMaxTicks_(initialMaxTicks), preserveOrder_(preserveOrder),
-        defaultBucketSize_(defaultBucketSize) {}
-   Vek::ActivityManager* clock() const { return clock_; }
-   U32 tickMsecs() const { return tickMsecs_; }
-   U32 initialMaxTicks() const { return initialMaxTicks_; }
-   bool preserveOrder() const { return preserveOrder_; }
-   U32 defaultBucketSize() const { return defaultBucketSize_; }
-
- private:
-   Vek::ActivityManager* clock_;
-   U32 tickMsecs_, initialMaxTicks_;
-   bool preserveOrder_;
-   U32 defaultBucketSize_;
-};
-
 }  // namespace Hesk
