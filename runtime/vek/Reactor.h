@@ -25,12 +25,12 @@ class Input {
    }
    // The same with a keyless handler to run on assignment; typed so that an
    // overloaded handler name resolves.
-   template <class S>
-   void init(S* sm, Ptr<Notifier const> const& p, typename R::OnAssign onAssign) {
+   template <class S, class RR = R>
+   void init(S* sm, Ptr<Notifier const> const& p, typename RR::OnAssign onAssign) {
       if (p) r_ = std::make_unique<R>(sm, p, onAssign);
    }
-   template <class S>
-   void assign(S* sm, Ptr<Notifier const> const& p, typename R::OnAssign onAssign) {
+   template <class S, class RR = R>
+   void assign(S* sm, Ptr<Notifier const> const& p, typename RR::OnAssign onAssign) {
       if (!p) {
          r_.reset();
          return;
@@ -69,8 +69,8 @@ class ReactorColl {
       return p->get();
    }
    // A member reactor for key k, whose changes go to handler h with the key.
-   template <class S>
-   R* is(K const& k, S* sm, Ptr<typename R::Notifier const> const& n, typename R::Handler h) {
+   template <class S, class RR = R>
+   R* is(K const& k, S* sm, Ptr<typename RR::Notifier const> const& n, typename RR::Handler h) {
       return is(k, sm, n, k, h);
    }
    R* find(K const& k) const {
