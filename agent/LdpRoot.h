@@ -2,7 +2,7 @@
 // The per-VRF container: it makes the VRF's holders and then its machines,
 // strictly in the order of the wiring, each finding finished what stands above
 // it.
-#include "agent/LdpMsgPipe.h"
+#include "entities/LdpMsgPipe.h"
 #include "agent/LdpPamDesiredIntfSm.h"
 #include "agent/LdpProtoConfigConsistencySm.h"
 #include "agent/LdpSm.h"

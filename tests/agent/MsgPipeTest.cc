@@ -1,7 +1,7 @@
 // Message pipes deliver each message to the reader before txMsgIs returns.
 #include <gtest/gtest.h>
 
-#include "agent/LdpMsgPipe.h"
+#include "entities/LdpMsgPipe.h"
 #include "agent/LdpSm.h"
 #include "runtime/vek/Reactor.h"
 

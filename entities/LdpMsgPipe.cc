@@ -1,4 +1,4 @@
-#include "agent/LdpMsgPipe.h"
+#include "entities/LdpMsgPipe.h"
 
 namespace Ldp {
 
