@@ -30,19 +30,6 @@ LdpProtoConfigSm::LdpProtoConfigSm(
    handleInitialized();
 }
 
-Vek::Ptr<LdpProtoConfigSm> LdpProtoConfigSm::LdpProtoConfigSmIs(
-   U32 instId, L3::VrfName const& vrfName, Vek::Ptr<Config const> const& config,
-   Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus, Vek::Ptr<ProtoConfig> const& protoConfig,
-   Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
-   Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
-   Vek::Ptr<Routing::Config const> const& routingConfig,
-   Vek::Ptr<Acl::AclListConfig const> const& routingAclConfig,
-   Vek::Ptr<Hesk::TaskScheduler> const& scheduler) {
-   return Vek::makeSm<LdpProtoConfigSm>(instId, vrfName, config, ldpAgentStatus, protoConfig,
-                                        allIntfStatusDir, mplsRoutingConfig, routingConfig,
-                                        routingAclConfig, scheduler);
-}
-
 void LdpProtoConfigSm::handleInitialized() {
    LDP_HANDLER(th, "LdpProtoConfigSm::handleInitialized " << vrfName_);
    inputTimerTask_ = Hesk::timerTaskIs(this, &LdpProtoConfigSm::handleTimerTaskExpire, scheduler_, 2,
@@ -201,6 +188,7 @@ void LdpProtoConfigSm::handleConfig() {
    pc->ldpLoopDetectionIs(config_->ldpLoopDetection());
    pc->ldpProtoParamSettingIs(config_->ldpProtoParamSetting());
    pc->keepAliveTimeIs(config_->keepAliveTime());
+   pc->maxPduLengthIs(config_->maxPduLength());
    handleConfigStaticTarget();
 
    Vek::Ptr<Acl::PrefixList const> list;
@@ -375,22 +363,6 @@ LdpProtoConfigSmManager::LdpProtoConfigSmManager(
    ldpEnabledVrfCollReactor_.init(this, ldpEnabledVrfColl_);
    ipStatusReactor_.init(this, ipStatus_);
    handleInitialized();
-}
-
-Vek::Ptr<LdpProtoConfigSmManager> LdpProtoConfigSmManager::LdpProtoConfigSmManagerIs(
-   U32 instId, Vek::Ptr<LdpConfigColl const> const& ldpConfigColl,
-   Vek::Ptr<LdpProtoConfigColl> const& ldpProtoConfigColl,
-   Vek::Ptr<LdpEnabledVrfColl const> const& ldpEnabledVrfColl,
-   Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus, Vek::Ptr<Ip::Status const> const& ipStatus,
-   Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
-   Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
-   Vek::Ptr<Routing::Config const> const& routingConfig,
-   Vek::Ptr<Acl::AclListConfig const> const& routingAclConfig,
-   Vek::Ptr<Hesk::TaskScheduler> const& scheduler) {
-   return Vek::makeSm<LdpProtoConfigSmManager>(instId, ldpConfigColl, ldpProtoConfigColl,
-                                               ldpEnabledVrfColl, ldpAgentStatus, ipStatus,
-                                               allIntfStatusDir, mplsRoutingConfig, routingConfig,
-                                               routingAclConfig, scheduler);
 }
 
 void LdpProtoConfigSmManager::handleInitialized() {

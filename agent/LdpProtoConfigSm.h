@@ -12,15 +12,11 @@ namespace Ldp {
 
 class LdpProtoConfigSm : public LdpSm {
  public:
-   static Vek::Ptr<LdpProtoConfigSm> LdpProtoConfigSmIs(
-      U32 instId, L3::VrfName const& vrfName, Vek::Ptr<Config const> const& config,
-      Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus,
-      Vek::Ptr<ProtoConfig> const& protoConfig,
-      Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
-      Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
-      Vek::Ptr<Routing::Config const> const& routingConfig,
-      Vek::Ptr<Acl::AclListConfig const> const& routingAclConfig,
-      Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
+   // Takes the constructor's arguments.
+   template <class... A>
+   static Vek::Ptr<LdpProtoConfigSm> LdpProtoConfigSmIs(A&&... args) {
+      return Vek::makeSm<LdpProtoConfigSm>(std::forward<A>(args)...);
+   }
    LdpProtoConfigSm(U32 instId, L3::VrfName const& vrfName, Vek::Ptr<Config const> const& config,
                     Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus,
                     Vek::Ptr<ProtoConfig> const& protoConfig,
@@ -136,17 +132,11 @@ class LdpProtoConfigSm : public LdpSm {
 
 class LdpProtoConfigSmManager : public LdpSm {
  public:
-   static Vek::Ptr<LdpProtoConfigSmManager> LdpProtoConfigSmManagerIs(
-      U32 instId, Vek::Ptr<LdpConfigColl const> const& ldpConfigColl,
-      Vek::Ptr<LdpProtoConfigColl> const& ldpProtoConfigColl,
-      Vek::Ptr<LdpEnabledVrfColl const> const& ldpEnabledVrfColl,
-      Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus,
-      Vek::Ptr<Ip::Status const> const& ipStatus,
-      Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
-      Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
-      Vek::Ptr<Routing::Config const> const& routingConfig,
-      Vek::Ptr<Acl::AclListConfig const> const& routingAclConfig,
-      Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
+   // Takes the constructor's arguments.
+   template <class... A>
+   static Vek::Ptr<LdpProtoConfigSmManager> LdpProtoConfigSmManagerIs(A&&... args) {
+      return Vek::makeSm<LdpProtoConfigSmManager>(std::forward<A>(args)...);
+   }
    LdpProtoConfigSmManager(U32 instId, Vek::Ptr<LdpConfigColl const> const& ldpConfigColl,
                            Vek::Ptr<LdpProtoConfigColl> const& ldpProtoConfigColl,
                            Vek::Ptr<LdpEnabledVrfColl const> const& ldpEnabledVrfColl,
