@@ -149,7 +149,9 @@ class PwFwdEqvClassInfo {
       return fwdEqvClass_ == o.fwdEqvClass_ && fwdEqvClassParams_ == o.fwdEqvClassParams_;
    }
    bool operator!=(PwFwdEqvClassInfo const& o) const { return !(*this == o); }
-   std::size_t hash() const { return Vek::hashMix(fwdEqvClass_.hash() ^ fwdEqvClassParams_.hash()); }
+   std::size_t hash() const {
+      return Vek::hashMix(fwdEqvClass_.hash() ^ fwdEqvClassParams_.hash());
+   }
    Vek::String stringValue() const;
 
  private:

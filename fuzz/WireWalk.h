@@ -59,7 +59,9 @@ inline U64 walkMsg(Ldp::LdpMsgParser const& p) {
       acc += t->family();
       for (U32 i = 0; i < t->numAddress(); ++i) acc += t->address(i).hash();
    }
-   if (auto const* t = p.commonHelloTlv()) acc += t->holdTime() + t->targeted() + t->requestTargeted();
+   if (auto const* t = p.commonHelloTlv()) {
+      acc += t->holdTime() + t->targeted() + t->requestTargeted();
+   }
    if (auto const* t = p.ipv4TransportAddrTlv()) acc += t->ipAddr().value();
    if (auto const* t = p.ipv6TransportAddrTlv()) acc += t->ip6Addr().hash();
    if (auto const* t = p.configSeqNumTlv()) acc += t->seqNum();

@@ -243,7 +243,8 @@ bool LdpMsgGen::addLabelReqMsgIdTlv(U32 msgId) {
 }
 
 bool LdpMsgGen::addLdpHopCountTlv(U8 hopCount) {
-   auto* t = static_cast<LdpHopCountTlv*>(addTlv(tlvHopCount_, false, false, sizeof(LdpHopCountTlv)));
+   auto* t =
+      static_cast<LdpHopCountTlv*>(addTlv(tlvHopCount_, false, false, sizeof(LdpHopCountTlv)));
    if (!t) return false;
    t->hopCountIs(hopCount);
    computeHdrLenChecksum();
@@ -356,7 +357,8 @@ bool LdpPwMsgGen::addFecTlvPwId(PwFwdEqvClassInfo const& fwdEqvCls, bool withInt
 }
 
 bool LdpPwMsgGen::addPwStatusTlv(U32 flags) {
-   auto* t = static_cast<LdpPwStatusTlv*>(addTlv(tlvPwStatus_, true, false, sizeof(LdpPwStatusTlv)));
+   auto* t =
+      static_cast<LdpPwStatusTlv*>(addTlv(tlvPwStatus_, true, false, sizeof(LdpPwStatusTlv)));
    if (!t) return false;
    t->flagsIs(flags);
    computeHdrLenChecksum();
@@ -388,7 +390,8 @@ LdpAddressListTlvGen::LdpAddressListTlvGen(Vek::Ptr<Nolu::Pkt> const& pkt)
 void LdpAddressListTlvGen::handleInitialized() {
    VEK_ASSERT(pkt_->totalTailRoom() >= sizeof(LdpAddressListTlv));
    tlvOffset_ = pkt_->frontBytes();
-   auto* t = reinterpret_cast<LdpAddressListTlv*>(pkt_->newSharedTailData(sizeof(LdpAddressListTlv)));
+   auto* t =
+      reinterpret_cast<LdpAddressListTlv*>(pkt_->newSharedTailData(sizeof(LdpAddressListTlv)));
    std::memset(t, 0, sizeof(LdpAddressListTlv));
    t->typeIs(tlvAddressList_);
    t->lengthIs(2);

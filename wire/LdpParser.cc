@@ -203,7 +203,8 @@ LdpStatusCode LdpFecTlvParser::parse(LdpTlvHdr const* tlv, Vek::String* reason) 
             if (plen < 2 || plen > subEnd - sub) {
                return malformed("PW interface parameter length " + std::to_string(plen));
             }
-            bool fixed4 = p->type() == pwIntfParamMtu_ || p->type() == pwIntfParamRequestedVlanId_ ||
+            bool fixed4 = p->type() == pwIntfParamMtu_ ||
+                          p->type() == pwIntfParamRequestedVlanId_ ||
                           p->type() == pwIntfParamVccv_;
             if (fixed4 && plen != 4) {
                return malformed(Vek::String(ldpPwIntfParamSubTlvTypeStr(p->type())) + " length " +
@@ -235,6 +236,13 @@ Mpls::FwdEqvClass LdpFecTlvParser::fwdEqvCls(U32 index) const {
    if (e->type() == prefixElement_) {
       auto const* p = static_cast<LdpFecTlvPrefixElementHdr const*>(e);
       family = p->family();
+      if (family == 1) {
+         // The usual case, read straight into an IPv4 prefix.
+         U32 v = 0;
+         U32 n = LdpFecTlvPrefixElementHdr::prefixByteCount(p->prefixLen());
+         for (U32 i = 0; i < n; ++i) v |= U32(p->prefixBytes()[i]) << (24 - 8 * i);
+         return Mpls::FwdEqvClass(Nolu::Prefix(Nolu::IpAddr(v), p->prefixLen()));
+      }
       lenBits = p->prefixLen();
       std::memcpy(bytes, p->prefixBytes(), LdpFecTlvPrefixElementHdr::prefixByteCount(lenBits));
    } else if (e->type() == hostAddrElement_) {
@@ -392,8 +400,9 @@ LdpMsgParser::Rules const& LdpMsgParser::rulesForType(LdpMsgType type, bool* kno
    static Rules const keepAlive{0, 0, false};
    static Rules const capability{0, kCapability, true};
    static Rules const address{kAddrList, kAddrList, false};
-   static Rules const mapping{kFec | kGenLabel | kLabelReqMsgId | kHopCount | kPathVector | kPwStatus,
-                              kFec | kGenLabel, false};
+   static Rules const mapping{
+      kFec | kGenLabel | kLabelReqMsgId | kHopCount | kPathVector | kPwStatus, kFec | kGenLabel,
+      false};
    static Rules const request{kFec | kHopCount | kPathVector, kFec, false};
    static Rules const withdraw{kFec | kGenLabel | kStatus | kPwStatus, kFec, false};
    static Rules const abortReq{kFec | kLabelReqMsgId, kFec | kLabelReqMsgId, false};
@@ -415,6 +424,51 @@ LdpMsgParser::Rules const& LdpMsgParser::rulesForType(LdpMsgType type, bool* kno
    }
    *known = false;
    return keepAlive;
+}
+
+namespace {
+
+// Released message parsers, for reuse. Under the address sanitizer every
+// parser goes back to the heap, so that a use after release is still caught.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr U32 maxFreeParsers = 0;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr U32 maxFreeParsers = 0;
+#else
+constexpr U32 maxFreeParsers = 256;
+#endif
+#else
+constexpr U32 maxFreeParsers = 256;
+#endif
+
+struct FreeParser {
+   FreeParser* next;
+};
+thread_local FreeParser* freeParsers = nullptr;
+thread_local U32 freeParserCount = 0;
+
+}  // namespace
+
+void* LdpMsgParser::operator new(std::size_t size) {
+   if (size == sizeof(LdpMsgParser) && freeParsers) {
+      FreeParser* p = freeParsers;
+      freeParsers = p->next;
+      --freeParserCount;
+      return p;
+   }
+   return ::operator new(size);
+}
+
+void LdpMsgParser::operator delete(void* p, std::size_t size) {
+   if (size == sizeof(LdpMsgParser) && freeParserCount < maxFreeParsers) {
+      auto* f = static_cast<FreeParser*>(p);
+      f->next = freeParsers;
+      freeParsers = f;
+      ++freeParserCount;
+      return;
+   }
+   ::operator delete(p);
 }
 
 LdpMsgParser::LdpMsgParser(Vek::Ptr<Nolu::Pkt> const& pkt, U32 offset)
@@ -504,7 +558,15 @@ void LdpMsgParser::parseTlvs(Rules const& rules) {
                          : missing & kAddrList      ? "Address List"
                          : missing & kLabelReqMsgId ? "Label Request Message ID"
                                                     : "Capability";
-      fail(statusMissingMsgParams_, Vek::String(what) + " TLV missing in " + msgTypeName(msgType()));
+      fail(statusMissingMsgParams_,
+           Vek::String(what) + " TLV missing in " + msgTypeName(msgType()));
+      return;
+   }
+   // A PW Status Notification names the pseudowire and carries its status.
+   if (msgType() == LdpNotification_ && statusTlv_->statusData() == statusPwStatus_ &&
+       (!fecTlv_ || !pwStatusTlv_)) {
+      fail(statusMissingMsgParams_, Vek::String(fecTlv_ ? "PW Status" : "FEC") +
+                                       " TLV missing in PW Status Notification");
    }
 }
 

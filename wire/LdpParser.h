@@ -169,6 +169,11 @@ class LdpMsgParser : public Vek::PtrInterface {
       return reinterpret_cast<LdpCapabilityTlv const*>(pkt_->readPtr(capabilityOffset_[index]));
    }
 
+   // Parsers are made for every message received, so released ones are kept
+   // for reuse rather than given back to the heap.
+   static void* operator new(std::size_t size);
+   static void operator delete(void* p, std::size_t size);
+
    // Parses as the message's own type says; the factories call it once.
    void parse();
    // Parses and requires the given type; another type is refused.
@@ -209,7 +214,9 @@ class LdpNotificationMsgParser : public LdpMsgParser {
  public:
    using LdpMsgParser::LdpMsgParser;
    // Of the Status TLV, which a valid Notification always has.
-   LdpStatusCode statusData() const { return statusTlv() ? statusTlv()->statusData() : statusSuccess_; }
+   LdpStatusCode statusData() const {
+      return statusTlv() ? statusTlv()->statusData() : statusSuccess_;
+   }
    bool statusEBit() const { return statusTlv() && statusTlv()->statusEBit(); }
    bool statusFBit() const { return statusTlv() && statusTlv()->statusFBit(); }
    // The message that the Notification refers to.

@@ -80,7 +80,8 @@ struct LdpCommonHelloTlv : LdpTlvHdr {
    bool targeted() const { return flags_.value() & targetedBit; }
    bool requestTargeted() const { return flags_.value() & requestTargetedBit; }
    void flagsIs(bool targeted, bool requestTargeted) {
-      flags_.valueIs(U16((targeted ? targetedBit : 0) | (requestTargeted ? requestTargetedBit : 0)));
+      flags_.valueIs(
+         U16((targeted ? targetedBit : 0) | (requestTargeted ? requestTargetedBit : 0)));
    }
 };
 static_assert(sizeof(LdpCommonHelloTlv) == 8);
@@ -155,7 +156,9 @@ struct LdpStatusTlv : LdpTlvHdr {
 
    U32 statusWord() const { return statusWord_.value(); }
    LdpStatusCode statusData() const { return LdpStatusCode(statusWord() & dataMask); }
-   void statusDataIs(U32 code) { statusWord_.valueIs((statusWord() & ~dataMask) | (code & dataMask)); }
+   void statusDataIs(U32 code) {
+      statusWord_.valueIs((statusWord() & ~dataMask) | (code & dataMask));
+   }
    bool statusEBit() const { return statusWord() & eBitMask; }
    bool statusFBit() const { return statusWord() & fBitMask; }
    void statusBitsAre(bool e, bool f) {

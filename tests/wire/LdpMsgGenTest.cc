@@ -59,7 +59,8 @@ TEST(LdpMsgGen, HelloGoldenBytes) {
    tgen->addLdpPduHdr(1, self);
    tgen->addLdpMsgHdr(false, LdpHello_, 2);
    tgen->addCommonHelloTlv(false, 45, true, true);
-   EXPECT_EQ(bytesOf(tpkt), pduOf(msgOf(0x0100, 2, {0x04, 0x00, 0x00, 0x04, 0x00, 0x2d, 0xc0, 0x00})));
+   EXPECT_EQ(bytesOf(tpkt),
+             pduOf(msgOf(0x0100, 2, {0x04, 0x00, 0x00, 0x04, 0x00, 0x2d, 0xc0, 0x00})));
 }
 
 TEST(LdpMsgGen, SessionMessagesGoldenBytes) {
@@ -101,7 +102,8 @@ TEST(LdpMsgGen, SessionMessagesGoldenBytes) {
    gen->appendLdpTlv(tlvPkt, 0);
    ASSERT_TRUE(gen->addLdpMsgHdr(false, LdpAddressWithdraw_, 8));
    gen->appendLdpTlv(tlvPkt, 0);
-   Bytes addrTlv{0x01, 0x01, 0x00, 0x0a, 0x00, 0x01, 0x0a, 0x00, 0x00, 0x01, 0xc0, 0xa8, 0x01, 0x01};
+   Bytes addrTlv{0x01, 0x01, 0x00, 0x0a, 0x00, 0x01, 0x0a,
+                 0x00, 0x00, 0x01, 0xc0, 0xa8, 0x01, 0x01};
    EXPECT_EQ(bytesOf(pkt), pduOf(cat({msgOf(0x0300, 7, addrTlv), msgOf(0x0301, 8, addrTlv)})));
 }
 
@@ -204,8 +206,8 @@ TEST(LdpMsgGen, PseudowireGoldenBytes) {
 TEST(LdpMsgGen, EthernetIpUdpHeadersAndChecksums) {
    auto pkt = Nolu::globalPktManager()->newPkt();
    auto gen = ldpMsgGenFactory(pkt);
-   gen->addEtherHdr(Nolu::ipMcastMacAddr(Nolu::IpAddr(224, 0, 0, 2)), Nolu::EthAddr(0, 1, 2, 3, 4, 5),
-                    Nolu::etherTypeIp);
+   gen->addEtherHdr(Nolu::ipMcastMacAddr(Nolu::IpAddr(224, 0, 0, 2)),
+                    Nolu::EthAddr(0, 1, 2, 3, 4, 5), Nolu::etherTypeIp);
    gen->addIpHdr(Nolu::IpAddr(10, 0, 0, 1), Nolu::IpAddr(224, 0, 0, 2), 1, Nolu::ipProtoUdp);
    gen->addUdpHdr(646, 646);
    ASSERT_TRUE(gen->addLdpPduHdr(1, self));

@@ -132,6 +132,13 @@ TEST(LdpParser, HelloAndSessionMessages) {
    EXPECT_EQ(note->refMsgId(), 3u);
    EXPECT_EQ(note->refMsgType(), LdpInitialization_);
    EXPECT_EQ(msgStatus(msgOf(0x0001, 9, {})), statusMissingMsgParams_);
+   // A PW Status Notification needs its PW Status and FEC TLVs.
+   Bytes pwStatus{0x03, 0x00, 0x00, 0x0a, 0x00, 0x00, 0x00, 0x28, 0, 0, 0, 0, 0, 0};
+   Bytes pwFlags{0x89, 0x6a, 0x00, 0x04, 0x00, 0x00, 0x00, 0x01};
+   Bytes pwFec{0x01, 0x00, 0x00, 0x08, 0x80, 0x00, 0x05, 0x00, 0, 0, 0, 7};
+   EXPECT_EQ(msgStatus(msgOf(0x0001, 9, cat({pwStatus, pwFlags}))), statusMissingMsgParams_);
+   EXPECT_EQ(msgStatus(msgOf(0x0001, 9, cat({pwStatus, pwFec}))), statusMissingMsgParams_);
+   EXPECT_EQ(msgStatus(msgOf(0x0001, 9, cat({pwStatus, pwFlags, pwFec}))), statusSuccess_);
    EXPECT_EQ(msgStatus(msgOf(0x0001, 9, {0x03, 0x00, 0x00, 0x09, 0, 0, 0, 0, 0, 0, 0, 0, 0})),
              statusBadTlvLength_);
 }

@@ -37,7 +37,8 @@ TEST(ValueTypes, AddressesAndPrefixes) {
 
    // Prefixes clear their host bits, so equal prefixes are equal keys.
    EXPECT_EQ(Prefix(IpAddr(10, 1, 2, 3), 24), *Prefix::fromString("10.1.2.0/24"));
-   EXPECT_EQ(IpGenPrefix(IpAddr(10, 1, 2, 3), 24).hash(), IpGenPrefix(IpAddr(10, 1, 2, 99), 24).hash());
+   EXPECT_EQ(IpGenPrefix(IpAddr(10, 1, 2, 3), 24).hash(),
+             IpGenPrefix(IpAddr(10, 1, 2, 99), 24).hash());
    EXPECT_EQ(IpGenPrefix::fromString("2001:db8:ffff::/32")->stringValue(), "2001:db8::/32");
    EXPECT_LT(*Prefix::fromString("10.0.0.0/8"), *Prefix::fromString("10.0.0.0/9"));
    EXPECT_THROW(Prefix(IpAddr(10, 0, 0, 0), 33), Vek::RangeException);
@@ -65,7 +66,8 @@ TEST(ValueTypes, LabelsNamesAndKeys) {
       MplsLabel(0x800001);
       ADD_FAILURE();
    } catch (Vek::RangeException const& e) {
-      EXPECT_STREQ(e.what(), "MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
+      EXPECT_STREQ(e.what(),
+                   "MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
    }
    EXPECT_EQ(NamespaceName(std::string(150, 'n')).name().size(), 150u);
    try {
@@ -176,5 +178,6 @@ TEST(Pkt, RoomHeadDataAndFreeList) {
    EXPECT_GE(manager.newPkt(20000)->totalTailRoom(), 20000u);
 
    EXPECT_NE(WireTest::assertionText([&] { pkt->delSharedTailData(pkt->frontBytes() + 1); }), "");
-   EXPECT_NE(WireTest::assertionText([&] { pkt->newSharedTailData(pkt->totalTailRoom() + 1); }), "");
+   EXPECT_NE(WireTest::assertionText([&] { pkt->newSharedTailData(pkt->totalTailRoom() + 1); }),
+             "");
 }
