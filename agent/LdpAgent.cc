@@ -133,7 +133,7 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
    // The shared-memory tables.
    VEK_TRACE(th, 1, "Mounting Tesh");
    teshMount_ = Vek::Ptr<VekTesh::Mount>(new VekTesh::Mount(em->store()));
-   Nolu::NamespaceName const& ns = defaultNamespace();
+   Nolu::NamespaceName const& ns = netNs_;
    doTeshMount("routing/status", "Tesh::Fib::RouteStatus");
    routeStatus_ = teshMount_->getEntity<Tesh::Fib::RouteStatus>("routing/status");
    std::string fwdPath = fecModeStatus_->fecMode() == Tesh::Fib::fecModeUnified_
@@ -190,6 +190,7 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
    in.cliRequestDir = cliRequestDir_;
    in.scheduler = scheduler_;
    in.timerWheel = timerWheel_;
+   in.netNs = netNs_;
    ldpRootSm_ = LdpRootSm::LdpRootSmIs(0, in);
    madeLog_.push_back("ldpRootSm");
 }

@@ -96,6 +96,11 @@ class Agent : public AgentBase::CAgent {
 
    // The namespace of the agent's tables.
    static Nolu::NamespaceName const& defaultNamespace();
+   // The network namespace that this agent serves: the one of its kernel
+   // interface table and of its default VRF. Set before doInit(); several
+   // agents in one process each serve their own.
+   Nolu::NamespaceName const& netNs() const { return netNs_; }
+   void netNsIs(Nolu::NamespaceName const& ns) { netNs_ = ns; }
 
  private:
    void doMount(Vek::Ptr<Ombra::MountGroup> const& group, std::string const& path,
@@ -146,6 +151,7 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<LdpProtoConfigSmManager> ldpProtoConfigSmManager_;
    Vek::Ptr<LdpRootSm> ldpRootSm_;
 
+   Nolu::NamespaceName netNs_ = defaultNamespace();
    std::vector<Ombra::Mount> mountLog_;
    std::vector<Ombra::Mount> teshMountLog_;
    std::vector<std::string> madeLog_;

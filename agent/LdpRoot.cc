@@ -1,9 +1,31 @@
 #include "agent/LdpRoot.h"
 
+#include "agent/AclServices.h"
+
 namespace Ldp {
 
 namespace {
 Vek::TraceHandle th("LdpRoot");
+
+// The discovery channels ask the service ACL of the agent's configuration.
+class DiscoveryAclFilter : public LdpServiceAclFilter {
+ public:
+   explicit DiscoveryAclFilter(Vek::Ptr<Acl::Config const> const& config)
+      : filter_(config ? Acl::ServiceAclFilterSm::ServiceAclFilterSmIs(config) : nullptr) {}
+   bool matchesConnection(L3::VrfName const& vrf, Nolu::IpGenAddr const& srcIp,
+                          Nolu::IpGenAddr const& dstIp, U16 srcPort, U16 dstPort, U8 protocol,
+                          bool flag) const override {
+      return !filter_ ||
+             filter_->matchesConnection(vrf, srcIp, dstIp, srcPort, dstPort, protocol, flag);
+   }
+
+ private:
+   Vek::Ptr<Acl::ServiceAclFilterSm> filter_;
+};
+}  // namespace
+
+Nolu::NamespaceName LdpRoot::channelNetNs() const {
+   return in_.netNs.name() == "default" ? Nolu::NamespaceName() : in_.netNs;
 }
 
 LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
@@ -24,6 +46,17 @@ LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
    p2mpFecSessionLocalLabelMsgPipeColl_ = new LdpP2mpFecSessionLocalLabelMsgPipeColl("lpfsllmpc");
    p2mpFecSessionRemoteLabelMsgPipeColl_ =
       new LdpP2mpFecSessionRemoteLabelMsgPipeColl("lpfsrlmpc");
+   ldpLinkSmColl_.is(ldpSmCollIs<LdpLinkSmColl>("llsc"));
+   ldpTargetSmColl_.is(ldpSmCollIs<LdpTargetSmColl>("ltsc"));
+   ldpAdjSmColl_.is(ldpSmCollIs<LdpAdjSmColl>("lasc"));
+   ldpProtoParam_ = new LdpProtoParamConfig("lpp");
+   discoveryAclFilter_ = new DiscoveryAclFilter(in_.aclConfig);
+   ldpPduPamColl_ = new LdpPduPamColl("lpppq");
+   ldpPduPamShutdownColl_ = new LdpPduPamShutdownColl("lppsdc");
+   ldpPduPamSessionColl_ = new LdpPduPamSessionColl("lppsc");
+   ldpSessionSmColl_ = new LdpSessionSmColl;
+   ldpPduPamPipeSessionTxColl_ = new LdpPduPamPipeSessionColl("lpppstc");
+   ldpPduPamPipeSessionRxColl_ = new LdpPduPamPipeSessionColl("lpppsrc");
    handleInitialized();
 }
 
@@ -34,18 +67,201 @@ void LdpRoot::handleInitialized() {
    initialized_ = true;
    Status* st = in_.status.ptr();
 
+   LdpIndexSm::Inputs ix;
+   ix.ldpIndex = st->index();
+   ix.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   ix.ldpPeerConfigColl = st->ldpPeerConfigColl();
+   ix.pwLdpConfig = in_.pwLdpConfig;
+   ix.localPwFecSessionConfigColl = st->localPwFecSessionConfigColl();
+   ix.remotePwFecSessionConfigColl = st->remotePwFecSessionConfigColl();
+   ix.localPwFecSessionStatusColl = st->localPwFecSessionStatusColl();
+   ix.remotePwFecSessionStatusColl = st->remotePwFecSessionStatusColl();
+   ldpIndexSm_.is(LdpIndexSm::LdpIndexSmIs(instId(), ix));
+   madeLog_.push_back("ldpIndexSm");
+
    ldpPamDesiredIntfSm_.is(LdpPamDesiredIntfSm::LdpPamDesiredIntfSmIs(
       instId(), in_.vrfName, in_.protoConfig, in_.mplsConfig, in_.vrfIpIntfStatus,
       pamDesiredIntfDir_, st->ldpLinkConfigColl(), in_.deviceIntfStatusDir));
    madeLog_.push_back("ldpPamDesiredIntfSm");
 
+   // TCP connections of the sessions, asking the same service ACL.
+   Vek::Ptr<LdpServiceAclFilter> acl = discoveryAclFilter_;
+   L3::VrfName vrf = in_.vrfName;
+   LdpConnectionFilter tcpAcl = [acl, vrf](Nolu::IpGenAddr const& remote,
+                                           Nolu::IpGenAddr const& local, U16 remotePort,
+                                           U16 localPort) {
+      return acl->matchesConnection(vrf, remote, local, remotePort, localPort, 6, false);
+   };
+   LdpTcpServerSm::Inputs tsi;
+   tsi.protoConfig = in_.protoConfig;
+   tsi.ldpIndex = st->index();
+   tsi.ldpTcpServerConfig = st->ldpTcpServerConfig();
+   tsi.ldpTcpServerStatus = st->ldpTcpServerStatus();
+   tsi.ldpPduPamColl = ldpPduPamColl_;
+   tsi.serviceAclFilter = tcpAcl;
+   tsi.scheduler = in_.scheduler;
+   tsi.netNs = channelNetNs();
+   ldpTcpServerSm_.is(LdpTcpServerSm::LdpTcpServerSmIs(instId(), tsi));
+   madeLog_.push_back("ldpTcpServerSm");
+   ldpTcpConnSm_.is(LdpTcpConnSm::LdpTcpConnSmIs(instId(), st->ldpTcpConnConfigColl(),
+                                                 st->ldpTcpConnStatusColl(), ldpPduPamColl_,
+                                                 in_.scheduler, channelNetNs()));
+   madeLog_.push_back("ldpTcpConnSm");
+   ldpTcpConnConfigSm_.is(LdpTcpConnConfigSm::LdpTcpConnConfigSmIs(
+      instId(), in_.protoConfig, st->ldpSessionConfigColl(), st->ldpSessionStatusColl(),
+      st->ldpTcpConnConfigColl(), st->ldpTcpServerConfig()));
+   madeLog_.push_back("ldpTcpConnConfigSm");
+   ldpPduPamManager_.is(LdpPduPamManager::LdpPduPamManagerIs(
+      instId(), ldpPduPamColl_, tcpAcl, in_.aclConfig, in_.vrfName, in_.scheduler));
+   madeLog_.push_back("ldpPduPamManager");
+
+   // One channel serves targeted Hellos both ways: the server opens it to
+   // receive, and the targets send on it as it stands.
+   ldpTargetUdpPam_ = new Nolu::UdpPam(channelNetNs());
+   ldpTargetUdpPam_->nameIs("ldpTargetUdpPam");
+   LdpTargetServerSm::Inputs tsv;
+   tsv.vrfName = in_.vrfName;
+   tsv.protoConfig = in_.protoConfig;
+   tsv.ldpProtoParam = ldpProtoParam_;
+   tsv.ldpTargetServerConfig = st->ldpTargetServerConfig();
+   tsv.ldpTargetServerStatus = st->ldpTargetServerStatus();
+   tsv.ldpTargetConfigColl = st->ldpTargetConfigColl();
+   tsv.ldpTargetStatusColl = st->ldpTargetStatusColl();
+   tsv.ldpTargetMsgPipeCollection = ldpTargetMsgPipeColl_;
+   tsv.rxUdpPam = ldpTargetUdpPam_;
+   tsv.serviceAclFilterSm = discoveryAclFilter_;
+   ldpTargetServerSm_.is(LdpTargetServerSm::LdpTargetServerSmIs(instId(), tsv));
+   madeLog_.push_back("ldpTargetServerSm");
+
+   ldpIpIntfStatusSm_.is(LdpIpIntfStatusSm::LdpIpIntfStatusSmIs(
+      instId(), in_.vrfIpIntfStatus, st->localIntfIpColl(), in_.mplsConfig));
+   madeLog_.push_back("ldpIpIntfStatusSm");
+   ldpSessionPamShutdownSm_.is(LdpSessionPamShutdownSm::LdpSessionPamShutdownSmIs(
+      instId(), in_.protoConfig, ldpPduPamShutdownColl_, in_.status));
+   madeLog_.push_back("ldpSessionPamShutdownSm");
+   LdpSessionConfigSm::Inputs sci;
+   sci.protoConfig = in_.protoConfig;
+   sci.localIntfIpColl = st->localIntfIpColl();
+   sci.ldpLinkConfigColl = st->ldpLinkConfigColl();
+   sci.ldpPduPamColl = ldpPduPamColl_;
+   sci.ldpPeerConfigColl = st->ldpPeerConfigColl();
+   sci.ldpSessionConfigColl = st->ldpSessionConfigColl();
+   sci.ldpSessionSmColl = ldpSessionSmColl_;
+   sci.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   sci.ldpPduPamSessionColl = ldpPduPamSessionColl_;
+   sci.ldpPduPamShutdownColl = ldpPduPamShutdownColl_;
+   sci.ldpIdIntfIpMappingTable = st->ldpIdIntfIpMappingTable();
+   ldpSessionConfigSm_.is(LdpSessionConfigSm::LdpSessionConfigSmIs(instId(), sci));
+   madeLog_.push_back("ldpSessionConfigSm");
+   ldpSessionStatusSm_.is(LdpSessionStatusSm::LdpSessionStatusSmIs(
+      instId(), st->ldpSessionStatusColl(), st->ldpIdIntfIpMappingTable(), ldpPduPamSessionColl_));
+   madeLog_.push_back("ldpSessionStatusSm");
+   LdpSessionSmManagerInputs smi;
+   smi.protoConfig = in_.protoConfig;
+   smi.status = in_.status;
+   smi.ldpSessionConfigColl = st->ldpSessionConfigColl();
+   smi.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   smi.sessionStatisticsColl = st->statistics()->sessionStatisticsColl();
+   smi.ldpSessionMsgPipeColl = ldpSessionMsgPipeColl_;
+   smi.ldpPduPamPipeSessionTxColl = ldpPduPamPipeSessionTxColl_;
+   smi.ldpPduPamPipeSessionRxColl = ldpPduPamPipeSessionRxColl_;
+   smi.ldpSessionSmColl = ldpSessionSmColl_;
+   smi.localPwFecSessionConfigColl = st->localPwFecSessionConfigColl();
+   smi.remotePwFecSessionConfigColl = st->remotePwFecSessionConfigColl();
+   smi.ldpFecConfigColl = st->ldpFecConfigColl();
+   smi.ldpFecMsgPipeColl = ldpFecMsgPipeColl_;
+   smi.pwFecSessionMsgPipeColl = pwFecSessionMsgPipeColl_;
+   smi.scheduler = in_.scheduler;
+   ldpSessionSmManager_.is(LdpSessionSmManager::LdpSessionSmManagerIs(instId(), smi));
+   madeLog_.push_back("ldpSessionSmManager");
+
    ldpProtoConfigConsistencySm_.is(LdpProtoConfigConsistencySm::LdpProtoConfigConsistencySmIs(
       instId(), in_.protoConfig, st->ldpFecConfigColl()));
    madeLog_.push_back("ldpProtoConfigConsistencySm");
+
+   ldpPeerSessionManager_.is(LdpPeerSessionManager::LdpPeerSessionManagerIs(
+      instId(), st->ldpPeerConfigColl(), st->ldpSessionConfigColl()));
+   madeLog_.push_back("ldpPeerSessionManager");
+   ldpPeerConfigSm_.is(LdpPeerConfigSm::LdpPeerConfigSmIs(
+      instId(), st->ldpAdjConfigColl(), st->ldpAdjStatusColl(), st->ldpPeerConfigColl()));
+   madeLog_.push_back("ldpPeerConfigSm");
+   LdpAdjSmManager::Inputs am;
+   am.config = in_.config;
+   am.ldpLinkConfigColl = st->ldpLinkConfigColl();
+   am.ldpLinkStatusColl = st->ldpLinkStatusColl();
+   am.ldpTargetConfigColl = st->ldpTargetConfigColl();
+   am.ldpTargetStatusColl = st->ldpTargetStatusColl();
+   am.ldpAdjConfigColl = st->ldpAdjConfigColl();
+   am.ldpAdjStatusColl = st->ldpAdjStatusColl();
+   am.ldpAdjSmColl = Vek::Ptr<LdpAdjSmColl>(ldpAdjSmColl_.get());
+   am.ldpAdjMsgPipe = ldpAdjMsgPipeColl_;
+   am.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   am.ldpIndex = st->index();
+   am.protoConfig = in_.protoConfig;
+   am.ldpPeerConfigColl = st->ldpPeerConfigColl();
+   am.scheduler = in_.scheduler;
+   ldpAdjSmManager_.is(LdpAdjSmManager::LdpAdjSmManagerIs(instId(), am));
+   madeLog_.push_back("ldpAdjSmManager");
+   ldpAdjPeerManager_.is(LdpAdjPeerManager::LdpAdjPeerManagerIs(
+      instId(), st->ldpAdjConfigColl(), st->ldpAdjStatusColl(), st->ldpPeerConfigColl()));
+   madeLog_.push_back("ldpAdjPeerManager");
+   ldpLinkConfigSm_.is(LdpLinkConfigSm::LdpLinkConfigSmIs(
+      instId(), in_.protoConfig, in_.config, in_.bridgingConfig, in_.allIntfStatusDir,
+      in_.vrfIpIntfStatus, st->ldpLinkConfigColl(), st->ldpLinkStatusColl(),
+      st->ldpAdjStatusColl(), in_.scheduler));
+   madeLog_.push_back("ldpLinkConfigSm");
+
+   ldpLinkUdpPam_ = new Nolu::UdpPam(channelNetNs());
+   ldpLinkUdpPam_->nameIs("ldpLinkUdpPam");
+   LdpLinkUdpPamSm::Inputs lu;
+   lu.vrfName = in_.vrfName;
+   lu.protoConfig = in_.protoConfig;
+   lu.ldpLinkUdpPamStatus = st->ldpLinkUdpPamStatus();
+   lu.rxMsgPipeColl = ldpLinkRxMsgPipeColl_;
+   lu.ldpLinkTxMsgPipeColl = ldpLinkTxMsgPipeColl_;
+   lu.ldpLinkConfigColl = st->ldpLinkConfigColl();
+   lu.ldpLinkStatusColl = st->ldpLinkStatusColl();
+   lu.ldpLinkCommonConfig = st->ldpLinkConfigColl()->ldpLinkCommonConfig();
+   lu.deviceIntfStatusDir = in_.deviceIntfStatusDir;
+   lu.ldpProtoParam = ldpProtoParam_;
+   lu.udpPam = ldpLinkUdpPam_;
+   lu.serviceAclFilterSm = discoveryAclFilter_;
+   lu.scheduler = in_.scheduler;
+   ldpLinkUdpPamSm_.is(LdpLinkUdpPamSm::LdpLinkUdpPamSmIs(instId(), lu));
+   madeLog_.push_back("ldpLinkUdpPamSm");
+   ldpLinkSmManager_.is(LdpLinkSmManager::LdpLinkSmManagerIs(
+      instId(), ldpProtoParam_, st->ldpLinkConfigColl(), st->ldpLinkStatusColl(),
+      Vek::Ptr<LdpLinkSmColl>(ldpLinkSmColl_.get()), st->ldpAdjConfigColl(),
+      st->ldpAdjStatusColl(), ldpAdjMsgPipeColl_, ldpLinkRxMsgPipeColl_, ldpLinkTxMsgPipeColl_,
+      in_.status, in_.scheduler));
+   madeLog_.push_back("ldpLinkSmManager");
+   ldpTargetConfigSm_.is(LdpTargetConfigSm::LdpTargetConfigSmIs(
+      instId(), in_.protoConfig, in_.config, st->ldpTargetConfigColl(), st->ldpTargetStatusColl(),
+      st->pwTargetConfigColl(), st->ldpAdjStatusColl(), st->index()));
+   madeLog_.push_back("ldpTargetConfigSm");
+   LdpTargetSmManager::Inputs tm;
+   tm.ldpProtoParam = ldpProtoParam_;
+   tm.ldpTargetConfigColl = st->ldpTargetConfigColl();
+   tm.ldpTargetStatusColl = st->ldpTargetStatusColl();
+   tm.ldpTargetSmColl = Vek::Ptr<LdpTargetSmColl>(ldpTargetSmColl_.get());
+   tm.ldpTargetMsgPipeCollection = ldpTargetMsgPipeColl_;
+   tm.ldpAdjConfigColl = st->ldpAdjConfigColl();
+   tm.ldpAdjStatusColl = st->ldpAdjStatusColl();
+   tm.ldpAdjMsgPipe = ldpAdjMsgPipeColl_;
+   tm.txUdpPam = ldpTargetUdpPam_;
+   tm.status = in_.status;
+   tm.scheduler = in_.scheduler;
+   ldpTargetSmManager_.is(LdpTargetSmManager::LdpTargetSmManagerIs(instId(), tm));
+   madeLog_.push_back("ldpTargetSmManager");
+   ldpTargetServerConfigSm_.is(LdpTargetServerConfigSm::LdpTargetServerConfigSmIs(
+      instId(), in_.protoConfig, st->ldpTargetConfigColl(), st->ldpTargetServerConfig()));
+   madeLog_.push_back("ldpTargetServerConfigSm");
 }
 
 void LdpRoot::handleDelete() {
    LDP_TRACE(th, 8, "LdpRoot::handleDelete " << in_.vrfName);
+   VEK_ASSERT(ldpSessionSmColl()->sessionCtrlSms() == 0 &&
+              "All the sessionSms should be gone before deleting ldpRoot");
    initialized_ = false;
 }
 

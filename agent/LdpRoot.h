@@ -6,6 +6,23 @@
 #include "agent/LdpPamDesiredIntfSm.h"
 #include "agent/LdpProtoConfigConsistencySm.h"
 #include "agent/LdpSm.h"
+#include "discovery/LdpAdjPeerManager.h"
+#include "discovery/LdpAdjSm.h"
+#include "discovery/LdpLinkConfigSm.h"
+#include "discovery/LdpLinkSm.h"
+#include "discovery/LdpLinkUdpPamSm.h"
+#include "discovery/LdpPeerConfigSm.h"
+#include "discovery/LdpPeerSessionManager.h"
+#include "discovery/LdpTargetConfigSm.h"
+#include "discovery/LdpTargetServerConfigSm.h"
+#include "discovery/LdpTargetServerSm.h"
+#include "discovery/LdpTargetSm.h"
+#include "label/LdpIndexSm.h"
+#include "aux/LdpIpIntfStatusSm.h"
+#include "session/LdpPduPamManager.h"
+#include "session/LdpSessionConfigSm.h"
+#include "session/LdpTcpConnSm.h"
+#include "session/LdpTcpServerSm.h"
 #include "entities/LdpStatus.h"
 #include "runtime/agent/Scheduling.h"
 #include "runtime/hesk/NumAllocator.h"
@@ -63,6 +80,41 @@ class LdpRoot : public LdpSm {
    LdpProtoConfigConsistencySm* ldpProtoConfigConsistencySm() const {
       return ldpProtoConfigConsistencySm_.get();
    }
+   // Discovery: the holders, the channels and the machines.
+   LdpProtoParamConfig* ldpProtoParam() const { return ldpProtoParam_.ptr(); }
+   LdpLinkSmColl* ldpLinkSmColl() const { return ldpLinkSmColl_.get(); }
+   LdpTargetSmColl* ldpTargetSmColl() const { return ldpTargetSmColl_.get(); }
+   LdpAdjSmColl* ldpAdjSmColl() const { return ldpAdjSmColl_.get(); }
+   Nolu::UdpPam* ldpTargetUdpPam() const { return ldpTargetUdpPam_.ptr(); }
+   Nolu::UdpPam* ldpLinkUdpPam() const { return ldpLinkUdpPam_.ptr(); }
+   LdpIndexSm* ldpIndexSm() const { return ldpIndexSm_.get(); }
+   LdpTargetServerSm* ldpTargetServerSm() const { return ldpTargetServerSm_.get(); }
+   LdpPeerSessionManager* ldpPeerSessionManager() const { return ldpPeerSessionManager_.get(); }
+   LdpPeerConfigSm* ldpPeerConfigSm() const { return ldpPeerConfigSm_.get(); }
+   LdpAdjSmManager* ldpAdjSmManager() const { return ldpAdjSmManager_.get(); }
+   LdpAdjPeerManager* ldpAdjPeerManager() const { return ldpAdjPeerManager_.get(); }
+   LdpLinkConfigSm* ldpLinkConfigSm() const { return ldpLinkConfigSm_.get(); }
+   LdpLinkUdpPamSm* ldpLinkUdpPamSm() const { return ldpLinkUdpPamSm_.get(); }
+   LdpLinkSmManager* ldpLinkSmManager() const { return ldpLinkSmManager_.get(); }
+   LdpTargetConfigSm* ldpTargetConfigSm() const { return ldpTargetConfigSm_.get(); }
+   LdpTargetSmManager* ldpTargetSmManager() const { return ldpTargetSmManager_.get(); }
+   LdpTargetServerConfigSm* ldpTargetServerConfigSm() const {
+      return ldpTargetServerConfigSm_.get();
+   }
+   // Sessions: the channel holders, the machines of all sessions and the
+   // machines that make them.
+   LdpPduPamColl* ldpPduPamColl() const { return ldpPduPamColl_.ptr(); }
+   LdpPduPamSessionColl* ldpPduPamSessionColl() const { return ldpPduPamSessionColl_.ptr(); }
+   LdpPduPamShutdownColl* ldpPduPamShutdownColl() const { return ldpPduPamShutdownColl_.ptr(); }
+   LdpSessionSmColl* ldpSessionSmColl() const { return ldpSessionSmColl_.ptr(); }
+   LdpTcpServerSm* ldpTcpServerSm() const { return ldpTcpServerSm_.get(); }
+   LdpTcpConnSm* ldpTcpConnSm() const { return ldpTcpConnSm_.get(); }
+   LdpPduPamManager* ldpPduPamManager() const { return ldpPduPamManager_.get(); }
+   LdpSessionConfigSm* ldpSessionConfigSm() const { return ldpSessionConfigSm_.get(); }
+   LdpSessionSmManager* ldpSessionSmManager() const { return ldpSessionSmManager_.get(); }
+   // The namespace in which the VRF's channels open: the agent's own
+   // namespace, which a host knows as the one the process runs in.
+   Nolu::NamespaceName channelNetNs() const;
    // The machines made, in order, for traces and tests.
    std::vector<std::string> const& madeLog() const { return madeLog_; }
 
@@ -82,8 +134,43 @@ class LdpRoot : public LdpSm {
    Vek::Ptr<LdpP2mpFecSessionLocalLabelMsgPipeColl> p2mpFecSessionLocalLabelMsgPipeColl_;
    Vek::Ptr<LdpP2mpFecSessionRemoteLabelMsgPipeColl> p2mpFecSessionRemoteLabelMsgPipeColl_;
 
+   Vek::Ptr<LdpProtoParamConfig> ldpProtoParam_;
+   Vek::Ptr<LdpPduPamColl> ldpPduPamColl_;
+   Vek::Ptr<LdpPduPamShutdownColl> ldpPduPamShutdownColl_;
+   Vek::Ptr<LdpPduPamSessionColl> ldpPduPamSessionColl_;
+   Vek::Ptr<LdpSessionSmColl> ldpSessionSmColl_;
+   Vek::Ptr<LdpPduPamPipeSessionColl> ldpPduPamPipeSessionTxColl_;
+   Vek::Ptr<LdpPduPamPipeSessionColl> ldpPduPamPipeSessionRxColl_;
+   Vek::Ptr<LdpServiceAclFilter> discoveryAclFilter_;
+   Vek::Ptr<Nolu::UdpPam> ldpTargetUdpPam_;
+   Vek::Ptr<Nolu::UdpPam> ldpLinkUdpPam_;
+   Vek::SmChild<LdpLinkSmColl> ldpLinkSmColl_{this};
+   Vek::SmChild<LdpTargetSmColl> ldpTargetSmColl_{this};
+   Vek::SmChild<LdpAdjSmColl> ldpAdjSmColl_{this};
+
+   Vek::SmChild<LdpIndexSm> ldpIndexSm_{this};
    Vek::SmChild<LdpPamDesiredIntfSm> ldpPamDesiredIntfSm_{this};
+   Vek::SmChild<LdpTcpServerSm> ldpTcpServerSm_{this};
+   Vek::SmChild<LdpTcpConnSm> ldpTcpConnSm_{this};
+   Vek::SmChild<LdpTcpConnConfigSm> ldpTcpConnConfigSm_{this};
+   Vek::SmChild<LdpPduPamManager> ldpPduPamManager_{this};
+   Vek::SmChild<LdpTargetServerSm> ldpTargetServerSm_{this};
+   Vek::SmChild<LdpIpIntfStatusSm> ldpIpIntfStatusSm_{this};
+   Vek::SmChild<LdpSessionPamShutdownSm> ldpSessionPamShutdownSm_{this};
+   Vek::SmChild<LdpSessionConfigSm> ldpSessionConfigSm_{this};
+   Vek::SmChild<LdpSessionStatusSm> ldpSessionStatusSm_{this};
+   Vek::SmChild<LdpSessionSmManager> ldpSessionSmManager_{this};
    Vek::SmChild<LdpProtoConfigConsistencySm> ldpProtoConfigConsistencySm_{this};
+   Vek::SmChild<LdpPeerSessionManager> ldpPeerSessionManager_{this};
+   Vek::SmChild<LdpPeerConfigSm> ldpPeerConfigSm_{this};
+   Vek::SmChild<LdpAdjSmManager> ldpAdjSmManager_{this};
+   Vek::SmChild<LdpAdjPeerManager> ldpAdjPeerManager_{this};
+   Vek::SmChild<LdpLinkConfigSm> ldpLinkConfigSm_{this};
+   Vek::SmChild<LdpLinkUdpPamSm> ldpLinkUdpPamSm_{this};
+   Vek::SmChild<LdpLinkSmManager> ldpLinkSmManager_{this};
+   Vek::SmChild<LdpTargetConfigSm> ldpTargetConfigSm_{this};
+   Vek::SmChild<LdpTargetSmManager> ldpTargetSmManager_{this};
+   Vek::SmChild<LdpTargetServerConfigSm> ldpTargetServerConfigSm_{this};
    std::vector<std::string> madeLog_;
 };
 

@@ -125,7 +125,7 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
    if (ldpRoot_.find(vrf)) return;
    LDP_HANDLER(th, "LdpRootSm::handleVrfCreate " << vrf);
    bool isDefault = vrf == L3::defaultVrfName();
-   Nolu::NamespaceName netNs = Agent::defaultNamespace();
+   Nolu::NamespaceName netNs = in_.netNs;
    if (!isDefault) {
       if (auto v = in_.allVrfStatusLocal->vrf(vrf)) netNs = v->netNs();
    }

@@ -39,6 +39,8 @@ struct LdpRootSmInputs {
    Vek::Ptr<Vek::Dir const> cliRequestDir;
    Vek::Ptr<Hesk::TaskScheduler> scheduler;
    Vek::Ptr<Hesk::TimerWheel> timerWheel;
+   // The namespace of the default VRF.
+   Nolu::NamespaceName netNs = Nolu::NamespaceName("default");
 };
 
 // The agent's one command: scheduler statistics.

@@ -14,11 +14,15 @@ class LdpMsg : public Vek::PtrInterface {
    LdpIdentifier const& ldpIdentifier() const { return ldpIdentifier_; }
    Vek::Ptr<Nolu::Pkt> const& pkt() const { return pkt_; }
    U32 offset() const { return offset_; }
+   // The source address of the datagram that carried a received message.
+   Nolu::IpGenAddr const& srcIpAddr() const { return srcIpAddr_; }
+   void srcIpAddrIs(Nolu::IpGenAddr const& a) { srcIpAddr_ = a; }
 
  private:
    LdpIdentifier ldpIdentifier_;
    Vek::Ptr<Nolu::Pkt> pkt_;
    U32 offset_;
+   Nolu::IpGenAddr srcIpAddr_;
 };
 
 inline Vek::Ptr<LdpMsg> ldpMsgFactory(LdpIdentifier const& id, Vek::Ptr<Nolu::Pkt> const& pkt,

@@ -2,7 +2,10 @@
 // a whole agent over the embedded state database, on virtual time.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "agent/LdpAgent.h"
+#include "runtime/nolu/Sim.h"
 #include "runtime/vek/Reactor.h"
 
 using namespace Ldp;
@@ -56,11 +59,15 @@ class LinkLog : public LdpSm {
 
 struct RootTest : ::testing::Test {
    Vek::ActivityManager am{Vek::ActivityManager::virtualTime};
+   // The channels of the default VRF open in the process's own namespace;
+   // on virtual time a simulated host stands in for it.
+   Nolu::Sim::Network net;
    AgentBase::AgentRunner runner;
    Ptr<Ldp::Agent> agent;
 
    RootTest() {
       Vek::activityManagerIs(&am);
+      net.hostIs(Nolu::NamespaceName());
       EXPECT_TRUE(runner.start(agentFactory, "LdpAgent"));
       agent = Vek::ptr_cast<Ldp::Agent>(runner.agent());
    }
@@ -102,8 +109,17 @@ TEST_F(RootTest, DefaultVrfRootAndDesiredInterfaces) {
    auto root = rootSm()->ldpRoot("default");
    ASSERT_TRUE(root);
    EXPECT_EQ("   Creating VRF ldpRoot", rootSm()->reason());
-   EXPECT_EQ((std::vector<std::string>{"ldpPamDesiredIntfSm", "ldpProtoConfigConsistencySm"}),
-             root->madeLog());
+   // The machines come in the order of the wiring (others stand between).
+   std::vector<std::string> wiring{
+      "ldpIndexSm", "ldpPamDesiredIntfSm", "ldpTargetServerSm", "ldpProtoConfigConsistencySm",
+      "ldpPeerSessionManager", "ldpPeerConfigSm", "ldpAdjSmManager", "ldpAdjPeerManager",
+      "ldpLinkConfigSm", "ldpLinkUdpPamSm", "ldpLinkSmManager", "ldpTargetConfigSm",
+      "ldpTargetSmManager", "ldpTargetServerConfigSm"};
+   auto made = root->madeLog().begin();
+   for (auto const& name : wiring) {
+      made = std::find(made, root->madeLog().end(), name);
+      EXPECT_NE(root->madeLog().end(), made) << name << " missing or out of order";
+   }
    auto status = agent->ldpStatusColl()->status("default");
    ASSERT_TRUE(status && status->ldpLinkConfigColl() && status->ldpFecConfigColl());
    EXPECT_EQ(" lpwfscc", status->localPwFecSessionConfigColl()->name());

@@ -1,0 +1,107 @@
+#pragma once
+// The operational receive side of a session: runs the KeepAlive hold timer,
+// keeps the peer's address table, and hands every label message to the
+// message pipe of the FEC or pseudowire FEC session that it concerns.
+#include "entities/LdpLabel.h"
+#include "entities/LdpMsgPipe.h"
+#include "entities/LdpPw.h"
+#include "session/LdpSessionSmCommon.h"
+
+namespace Ldp {
+
+class LdpSessionMsgSm : public LdpSessionSmCommon {
+ public:
+   static Vek::Ptr<LdpSessionMsgSm> LdpSessionMsgSmIs(
+      U32 instId, LdpSessionId const& id, Vek::Ptr<ProtoConfig const> const& protoConfig,
+      Vek::Ptr<LdpSessionConfig const> const& sessionConfig,
+      Vek::Ptr<LdpSessionCommonConfig const> const& sessionCommonConfig,
+      Vek::Ptr<LdpSessionStatus> const& sessionStatus, Vek::Ptr<Status> const& status,
+      Vek::Ptr<LdpSessionStatistics> const& sessionStatistics,
+      Vek::Ptr<PwFecSessionConfigColl> const& localPwFecSessionConfigColl,
+      Vek::Ptr<PwFecSessionConfigColl> const& remotePwFecSessionConfigColl,
+      Vek::Ptr<LdpFecConfigColl> const& ldpFecConfigColl,
+      Vek::Ptr<LdpFecMsgPipeColl const> const& ldpFecMsgPipeColl,
+      Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
+      Vek::Ptr<Hesk::TaskScheduler> const& scheduler) {
+      return Vek::makeSm<LdpSessionMsgSm>(
+         instId, id, protoConfig, sessionConfig, sessionCommonConfig, sessionStatus, status,
+         sessionStatistics, localPwFecSessionConfigColl, remotePwFecSessionConfigColl,
+         ldpFecConfigColl, ldpFecMsgPipeColl, pwFecSessionMsgPipeColl, scheduler);
+   }
+   LdpSessionMsgSm(U32 instId, LdpSessionId const& id,
+                   Vek::Ptr<ProtoConfig const> const& protoConfig,
+                   Vek::Ptr<LdpSessionConfig const> const& sessionConfig,
+                   Vek::Ptr<LdpSessionCommonConfig const> const& sessionCommonConfig,
+                   Vek::Ptr<LdpSessionStatus> const& sessionStatus, Vek::Ptr<Status> const& status,
+                   Vek::Ptr<LdpSessionStatistics> const& sessionStatistics,
+                   Vek::Ptr<PwFecSessionConfigColl> const& localPwFecSessionConfigColl,
+                   Vek::Ptr<PwFecSessionConfigColl> const& remotePwFecSessionConfigColl,
+                   Vek::Ptr<LdpFecConfigColl> const& ldpFecConfigColl,
+                   Vek::Ptr<LdpFecMsgPipeColl const> const& ldpFecMsgPipeColl,
+                   Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
+                   Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
+
+   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduRxPam_ = p; }
+   void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduTxPam_ = p; }
+   Vek::Ptr<Nolu::Pam> const& ldpPduRxPam() const { return ldpPduRxPam_; }
+   Vek::Ptr<Nolu::Pam> const& ldpPduTxPam() const { return ldpPduTxPam_; }
+   Hesk::TimerTask* keepAliveTimerTask() const { return keepAliveTimerTask_.ptr(); }
+
+   void handleInitialized();
+   void handleDelete() override { initialized_ = false; }
+   void handleSessionState();
+   void handlePamReadable();
+   void handleKeepAliveTimerTask();
+   void handleIpTransportAddr();
+   void handleLocalLdpIdentifier();
+   void handleLdpSessionRole();
+   void handleLdpPeerStatus();
+   void handlePeerIpAddr() { handleIpTransportAddr(); }
+   void handleLdpPeerStatusCode() { handleLdpPeerStatus(); }
+
+   void handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpHelloMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpInitMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpKeepAliveMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpAddressMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpAddressWithdrawMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpLabelMappingMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpLabelReqMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpLabelWithdrawMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpLabelReleaseMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpLabelAbortReqMsg(PktPtr const& pkt, U32 offset) override;
+   void handleRxLdpMsgError(PktPtr const& pkt, U32 offset, LdpStatusCode code) override;
+
+ private:
+   using RxReactor = PamReadableReactor<LdpSessionMsgSm, &LdpSessionMsgSm::handlePamReadable>;
+   void ldpPduReactRxPamIs(Vek::Ptr<Nolu::Pam const> const& p);
+   void ldpPduSend(PktPtr const& pkt);
+   void sendNotification(LdpStatusCode code, LdpMsgType refType, U32 refId);
+   void resetKeepAliveTimerTask(bool active);
+   void handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgType type);
+   void handleRxPwStatusNotifMsg(PktPtr const& pkt, U32 offset,
+                                 Vek::Ptr<LdpNotificationMsgParser> const& parser);
+   void handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType type,
+                      PwFwdEqvClassInfo const& info);
+   void txMsg(Vek::Ptr<LdpMsgPipe> const& pipe, PktPtr const& pkt, U32 offset);
+   Vek::Ptr<LdpFecConfig> getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec);
+   Vek::Ptr<PwFecSessionConfig> getOrCreatePwFecSessionConfig(PwFwdEqvClassInfo const& info,
+                                                              PwFecSessionId const& id,
+                                                              PwFecMsgContext context);
+
+   Vek::Ptr<PwFecSessionConfigColl> localPwFecSessionConfigColl_;
+   Vek::Ptr<PwFecSessionConfigColl> remotePwFecSessionConfigColl_;
+   Vek::Ptr<LdpFecConfigColl> ldpFecConfigColl_;
+   Vek::Ptr<LdpFecMsgPipeColl const> ldpFecMsgPipeColl_;
+   Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl_;
+   Vek::Ptr<Hesk::TaskScheduler> scheduler_;
+   Vek::Ptr<Nolu::Pam> ldpPduRxPam_;
+   Vek::Ptr<Nolu::Pam> ldpPduTxPam_;
+   Vek::Ptr<Hesk::TimerTask> keepAliveTimerTask_;
+   Vek::Input<RxReactor> ldpPduReactRxPam_;
+   Vek::Input<LdpSessionStatus::Reactor<LdpSessionMsgSm>> sessionStatusReactor_;
+   Vek::Input<LdpSessionCommonConfig::Reactor<LdpSessionMsgSm>> sessionCommonConfigReactor_;
+   Vek::Input<LdpSessionConfig::Reactor<LdpSessionMsgSm>> sessionConfigReactor_;
+};
+
+}  // namespace Ldp
