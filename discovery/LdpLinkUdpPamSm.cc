@@ -57,6 +57,7 @@ void LdpLinkUdpPamSm::handleEnableRxUdpPam() {
    pam.enableIpMulticastLoopIs(false);
    pam.rxPortIs(LdpProtoParam::ldpPort());
    pam.txTosIs(LdpProtoParam::ldpTos());
+   pam.txTtlIs(in_.ldpLinkCommonConfig->ttl());
    pam.txSrcIpAddrIs(in_.ldpLinkCommonConfig->ipTransportAddr().v4Addr());
    pam.txDstIpAddrIs(allRoutersGroup());
    pam.txPortIs(LdpProtoParam::ldpPort());

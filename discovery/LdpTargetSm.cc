@@ -118,6 +118,7 @@ void LdpTargetSm::handleTxTimerTask() {
    ldpMsgGen_->messageIdIs(in_.status->statistics()->messageIdInc(1));
    auto& pam = *in_.txUdpPam;
    pam.txTosIs(LdpProtoParam::ldpTos());
+   pam.txTtlIs(in_.ldpTargetCommonConfig->ttl());
    pam.txSrcIpAddrIs(in_.ldpTargetCommonConfig->ipTransportAddr().v4Addr());
    pam.txDstIpAddrIs(in_.targetIpAddr);
    pam.txPortIs(LdpProtoParam::ldpPort());

@@ -26,6 +26,7 @@ struct UdpTxInfo {
    IpAddr srcIpAddr;
    U32 ifIndex = 0;
    U8 tos = 0;
+   U8 ttl = 0;
 };
 
 // An open datagram socket.

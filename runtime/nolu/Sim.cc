@@ -123,9 +123,11 @@ Link* pathLink(Interface* from, Interface* to) {
 }
 
 void record(Link* l, U8 proto, IpAddr src, U16 sp, IpAddr dst, U16 dp, U8 const* p,
-            std::size_t n) {
+            std::size_t n, U8 tos = 0, U8 ttl = 0) {
    if (!l) return;
    Record r;
+   r.tos = tos;
+   r.ttl = ttl;
    r.time = Vek::activityManager()->now();
    r.protocol = proto;
    r.srcIpAddr = src;
@@ -190,7 +192,7 @@ class UdpSock : public UdpBackend {
          Link* l = out->link;
          if (!l) return ENETUNREACH;
          if (!l->up()) return 0;
-         record(l, 17, src, sport, tx.dstIpAddr, tx.dstPort, data, n);
+         record(l, 17, src, sport, tx.dstIpAddr, tx.dstPort, data, n, tx.tos, tx.ttl ? tx.ttl : 1);
          IpAddr group = tx.dstIpAddr;
          U16 dport = tx.dstPort;
          Host* self = host_;
@@ -225,7 +227,7 @@ class UdpSock : public UdpBackend {
       Interface* in = dstHost->intfOwning(tx.dstIpAddr);
       Link* l = pathLink(out, in);
       if (l && !l->up()) return 0;
-      record(l, 17, src, sport, tx.dstIpAddr, tx.dstPort, data, n);
+      record(l, 17, src, sport, tx.dstIpAddr, tx.dstPort, data, n, tx.tos, tx.ttl ? tx.ttl : 64);
       if (in && out && out->link) {
          // Arrival is on the receiver's interface on the sender's link.
          for (auto& i : dstHost->intfs_)

@@ -30,6 +30,9 @@ struct Record {
    U16 srcPort = 0;
    IpAddr dstIpAddr;
    U16 dstPort = 0;
+   // IP header fields of a datagram; 0 on TCP segments.
+   U8 tos = 0;
+   U8 ttl = 0;
    std::vector<U8> bytes;
 };
 

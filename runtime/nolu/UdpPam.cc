@@ -66,6 +66,13 @@ class RealUdp : public UdpBackend, public Vek::FdHandler {
          if (::setsockopt(fd_, IPPROTO_IP, IP_TOS, &t, sizeof t) != 0) return errno;
          tos_ = tx.tos;
       }
+      if (tx.ttl && tx.ttl != ttl_) {
+         int t = tx.ttl;
+         if (::setsockopt(fd_, IPPROTO_IP, IP_TTL, &t, sizeof t) != 0 ||
+             ::setsockopt(fd_, IPPROTO_IP, IP_MULTICAST_TTL, &t, sizeof t) != 0)
+            return errno;
+         ttl_ = tx.ttl;
+      }
       if (tx.ifIndex && tx.dstIpAddr.isMulticast()) {
          ip_mreqn m{};
          m.imr_ifindex = int(tx.ifIndex);
@@ -110,6 +117,7 @@ class RealUdp : public UdpBackend, public Vek::FdHandler {
    int fd_;
    Sink* sink_;
    U8 tos_;
+   U8 ttl_ = 0;
 };
 
 std::unique_ptr<UdpBackend> realUdpOpen(UdpPam const& p, UdpBackend::Sink* sink, int* err,
@@ -203,7 +211,7 @@ bool UdpPam::sendPkt(Vek::Ptr<Pkt> const& pkt) {
       txErrorReasonIs("Channel is closed");
       return false;
    }
-   UdpTxInfo tx{txDstIpAddr(), txPort(), txSrcIpAddr(), txIfIndex(), txTos()};
+   UdpTxInfo tx{txDstIpAddr(), txPort(), txSrcIpAddr(), txIfIndex(), txTos(), txTtl()};
    int err = backend_->send(pkt->readPtr(0), pkt->dataBytes(), tx);
    if (err) {
       txErrorsInc(1);

@@ -205,6 +205,8 @@ std::vector<HelloRecord> Scenario::hellos(Nolu::Sim::Link const* link, Nolu::IpA
       h.srcPort = r.srcPort;
       h.dstIpAddr = r.dstIpAddr;
       h.dstPort = r.dstPort;
+      h.tos = r.tos;
+      h.ttl = r.ttl;
       h.ldpIdentifier = pdu->ldpIdentifier();
       h.msgId = hello->msgId();
       h.holdTime = hello->holdTime();

@@ -26,6 +26,8 @@ struct HelloRecord {
    U16 srcPort = 0;
    Nolu::IpAddr dstIpAddr;
    U16 dstPort = 0;
+   U8 tos = 0;
+   U8 ttl = 0;
    Ldp::LdpIdentifier ldpIdentifier;
    U32 msgId = 0;
    U16 holdTime = 0;

@@ -86,6 +86,8 @@ TEST_F(DiscoveryTest, LinkHellosAdjacencyPeerAndHoldTimeExpiry) {
       EXPECT_EQ(IpAddr(224, 0, 0, 2), h.dstIpAddr);
       EXPECT_EQ(646, h.srcPort);
       EXPECT_EQ(646, h.dstPort);
+      EXPECT_EQ(0xC0, h.tos);
+      EXPECT_EQ(1, h.ttl);
       EXPECT_EQ(r1Id, h.ldpIdentifier);
       EXPECT_EQ(15, h.holdTime);
       EXPECT_FALSE(h.targeted || h.requestTargeted);
@@ -170,6 +172,8 @@ TEST_F(DiscoveryTest, TargetedAdjacencyKeepsThePeerWhenTheLinkGoes) {
       EXPECT_TRUE(h.targeted);
       EXPECT_TRUE(h.requestTargeted);
       EXPECT_EQ(45, h.holdTime);
+      EXPECT_EQ(0xC0, h.tos);
+      EXPECT_EQ(255, h.ttl);
    }
    // Both sides' hold times are 45 s: a Hello every 15 s.
    EXPECT_NEAR(15.0, t1.back().time - t1[t1.size() - 2].time, 1e-6);
