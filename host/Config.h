@@ -1,0 +1,79 @@
+#pragma once
+// The operator's configuration of the agent on a host, in the line-based
+// style of routers: the model, its parser and its printer. The parser works on
+// top of a model, so that a whole file (on an empty model) and single
+// statements (on the running one) go through the same code; it stops at
+// nothing and reports every bad line with its number and what is wrong.
+//
+// Sections: "mpls ldp [vrf NAME]" and "interface NAME" open one; a statement
+// is looked up in the open section first and otherwise at the top level,
+// which closes the section; "exit" and "!" close it too. Indentation is free.
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "entities/EntityTypes.h"
+
+namespace Host {
+
+// The LDP settings of one VRF ("mpls ldp" or "mpls ldp vrf NAME").
+struct LdpVrfConfig {
+   bool shutdown = false;
+   Nolu::IpAddr routerId;
+   std::string routerIdIntf;
+   std::string transportIntf;
+   std::set<Nolu::IpAddr> targetedNeighbors;
+   std::string password;  // plain text; stored encoded in the agent's configuration
+   U16 helloHoldTime = 15;
+   U16 helloInterval = 5;
+   U16 targetedHelloHoldTime = 45;
+   U16 targetedHelloInterval = 15;
+   U16 keepAliveTime = 180;
+   Ldp::LdpLabelDistCtrl labelDistCtrl = Ldp::independentDistCtrl_;
+   Ldp::LdpLabelAdvDspl labelAdvDspl = Ldp::unsolicitedAdvDspl_;
+   Ldp::LdpLabelRetention labelRetention = Ldp::liberalRetention_;
+   bool loopDetection = false;
+   std::string fecFilterPrefixList;
+   Vek::Seconds linkReadyDelay = 0.0;
+   Vek::Seconds linkReadyTimeout = Vek::infinity;
+   bool operator==(LdpVrfConfig const&) const = default;
+};
+
+struct PrefixListEntry {
+   bool permit = true;
+   Nolu::IpGenPrefix prefix;
+   bool operator==(PrefixListEntry const&) const = default;
+};
+
+struct HostConfig {
+   std::map<std::string, LdpVrfConfig> ldp;  // by VRF name, "default" for "mpls ldp"
+   std::map<std::string, std::map<U32, PrefixListEntry>> prefixLists;
+   std::set<std::string> mplsDisabledIntf;  // "interface NAME" + "no mpls ip"
+   bool mplsIp = true;
+   bool ipRouting = true;
+   std::set<std::string> managementIntf;
+   std::map<std::string, std::string> vrfNetns;  // VRF name -> network namespace
+   U32 labelRangeBase = 100000;
+   U32 labelRangeSize = 16384;
+   bool operator==(HostConfig const&) const = default;
+};
+
+struct ConfigError {
+   unsigned line = 0;  // 0: the configuration as a whole
+   std::string text;   // the line as written
+   std::string message;
+   std::string str() const;
+};
+
+// Parses text statement by statement on top of cfg and checks the result as a
+// whole. On any error cfg is left as it was and false comes back.
+bool parseConfig(std::string const& text, HostConfig& cfg, std::vector<ConfigError>& errors);
+
+// Checks what no single statement can: references between statements.
+void validateConfig(HostConfig const& cfg, std::vector<ConfigError>& errors);
+
+// The configuration as text that parses back to the same model.
+std::string renderConfig(HostConfig const& cfg);
+
+}  // namespace Host

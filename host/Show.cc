@@ -1,0 +1,634 @@
+#include "host/Show.h"
+
+#include <cmath>
+#include <cstdio>
+#include <list>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "entities/Functions.h"
+#include "host/Json.h"
+
+namespace Host {
+
+namespace {
+
+// An answer as a tree, printed as JSON or as indented text.
+struct Node {
+   enum Kind { null_, str_, num_, boolean_, object_, array_ } kind = null_;
+   std::string s;
+   double n = 0;
+   bool b = false;
+   // Lists, so that a reference to a member stays good while more are added.
+   std::list<std::pair<std::string, Node>> members;
+   std::list<Node> items;
+
+   static Node str(std::string v) {
+      Node x;
+      x.kind = str_;
+      x.s = std::move(v);
+      return x;
+   }
+   // An endless time (the runtime's infinity) is null.
+   static Node num(double v) {
+      Node x;
+      if (!std::isfinite(v) || v >= 1e18) return x;
+      x.kind = num_;
+      x.n = v;
+      return x;
+   }
+   static Node boolean(bool v) {
+      Node x;
+      x.kind = boolean_;
+      x.b = v;
+      return x;
+   }
+   static Node object() {
+      Node x;
+      x.kind = object_;
+      return x;
+   }
+   static Node array() {
+      Node x;
+      x.kind = array_;
+      return x;
+   }
+   Node& set(std::string const& k, Node v) {
+      members.emplace_back(k, std::move(v));
+      return members.back().second;
+   }
+   Node& set(std::string const& k, std::string v) { return set(k, str(std::move(v))); }
+   Node& set(std::string const& k, char const* v) { return set(k, str(v)); }
+   Node& set(std::string const& k, bool v) { return set(k, boolean(v)); }
+   Node& set(std::string const& k, double v) { return set(k, num(v)); }
+   Node& set(std::string const& k, U64 v) { return set(k, num(double(v))); }
+   Node& set(std::string const& k, U32 v) { return set(k, num(double(v))); }
+   Node& set(std::string const& k, U16 v) { return set(k, num(double(v))); }
+   Node& add(Node v) {
+      items.push_back(std::move(v));
+      return items.back();
+   }
+};
+
+std::string numText(double v) {
+   char buf[32];
+   if (v == std::floor(v) && std::fabs(v) < 1e15)
+      std::snprintf(buf, sizeof(buf), "%.0f", v);
+   else
+      std::snprintf(buf, sizeof(buf), "%.3f", v);
+   return buf;
+}
+
+void toJson(Node const& x, std::string& o) {
+   switch (x.kind) {
+      case Node::null_:
+         o += "null";
+         break;
+      case Node::str_:
+         o += JsonWriter::quote(x.s);
+         break;
+      case Node::num_:
+         o += numText(x.n);
+         break;
+      case Node::boolean_:
+         o += x.b ? "true" : "false";
+         break;
+      case Node::object_: {
+         o += '{';
+         bool first = true;
+         for (auto const& [k, v] : x.members) {
+            if (!first) o += ',';
+            first = false;
+            o += JsonWriter::quote(k);
+            o += ':';
+            toJson(v, o);
+         }
+         o += '}';
+         break;
+      }
+      case Node::array_: {
+         o += '[';
+         bool first = true;
+         for (auto const& v : x.items) {
+            if (!first) o += ',';
+            first = false;
+            toJson(v, o);
+         }
+         o += ']';
+         break;
+      }
+   }
+}
+
+std::string scalarText(Node const& x) {
+   switch (x.kind) {
+      case Node::null_:
+         return "-";
+      case Node::str_:
+         return x.s.empty() ? "-" : x.s;
+      case Node::num_:
+         return numText(x.n);
+      case Node::boolean_:
+         return x.b ? "yes" : "no";
+      default:
+         return "";
+   }
+}
+
+bool scalar(Node const& x) { return x.kind != Node::object_ && x.kind != Node::array_; }
+
+void toText(Node const& x, int indent, std::ostringstream& o) {
+   std::string pad(indent, ' ');
+   for (auto const& [k, v] : x.members) {
+      if (scalar(v)) {
+         o << pad << k << ": " << scalarText(v) << "\n";
+      } else if (v.kind == Node::object_) {
+         o << pad << k << ":\n";
+         toText(v, indent + 2, o);
+      } else if (v.items.empty()) {
+         o << pad << k << ": none\n";
+      } else if (scalar(v.items.front())) {
+         o << pad << k << ":";
+         for (auto const& i : v.items) o << " " << scalarText(i);
+         o << "\n";
+      } else {
+         o << pad << k << ":\n";
+         for (auto const& i : v.items) {
+            o << pad << "  -\n";
+            toText(i, indent + 4, o);
+         }
+      }
+   }
+}
+
+std::string render(Node const& x, bool json) {
+   if (json) {
+      std::string o;
+      toJson(x, o);
+      return o + "\n";
+   }
+   std::ostringstream o;
+   toText(x, 0, o);
+   return o.str();
+}
+
+char const* distCtrlName(Ldp::LdpLabelDistCtrl c) {
+   return c == Ldp::orderedDistCtrl_ ? "ordered" : "independent";
+}
+char const* advName(Ldp::LdpLabelAdvDspl a) {
+   switch (a) {
+      case Ldp::unsolicitedAdvDspl_:
+         return "unsolicited";
+      case Ldp::downstreamOnDemandAdvDspl_:
+         return "on-demand";
+      default:
+         return "unknown";
+   }
+}
+char const* retentionName(Ldp::LdpLabelRetention r) {
+   return r == Ldp::conservativeRetention_ ? "conservative" : "liberal";
+}
+char const* roleName(Ldp::LdpSessionRole r) {
+   switch (r) {
+      case Ldp::roleActive_:
+         return "active";
+      case Ldp::rolePassive_:
+         return "passive";
+      default:
+         return "unknown";
+   }
+}
+char const* configStateName(Ldp::ConfigState s) {
+   switch (s) {
+      case Ldp::configEnabled_:
+         return "enabled";
+      case Ldp::configDisabling_:
+         return "disabling";
+      case Ldp::configDisabled_:
+         return "disabled";
+      default:
+         return "none";
+   }
+}
+char const* operName(Interface::IntfOperStatus s) {
+   switch (s) {
+      case Interface::intfOperUp_:
+         return "up";
+      case Interface::intfOperDown_:
+         return "down";
+      default:
+         return "unknown";
+   }
+}
+
+// Seconds since a time of the agent's clock, or of the wall clock for the
+// times that the session machines stamp in UTC.
+double since(Vek::Seconds t) {
+   Vek::Seconds now = t > 1e9 ? Vek::System::currentTimeUtc() : Vek::System::currentTime();
+   return now - t;
+}
+
+std::string addrText(Nolu::IpGenAddr const& a) {
+   return a.isUnspecified() ? std::string() : a.stringValue();
+}
+
+// The VRFs to show: the one asked for, or all that have a record.
+std::vector<std::string> vrfsOf(ShowContext const& ctx, std::string const& only) {
+   std::vector<std::string> out;
+   if (!only.empty()) {
+      out.push_back(only);
+      return out;
+   }
+   for (auto it = ctx.agent->ldpProtoConfigColl()->protoConfigIter(); it; ++it)
+      out.push_back(it.key());
+   return out;
+}
+
+Node protocol(ShowContext const& ctx, std::string const& only) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   top.set("numStartups", U32(a->ldpAgentStatus()->numStartups()));
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::object());
+      auto pc = a->ldpProtoConfigColl()->protoConfig(vrf);
+      auto cfg = a->ldpConfigColl()->config(vrf);
+      v.set("configured", bool(cfg));
+      if (!pc) {
+         v.set("runningState", "none");
+         v.set("reason", "LDP is not configured in this VRF");
+         continue;
+      }
+      v.set("runningState", runningStateName(pc->runningState()));
+      v.set("reason", pc->reason());
+      v.set("routerId", pc->routerId().isZero() ? std::string() : pc->routerId().stringValue());
+      v.set("routerIdInterface", pc->intfId().name());
+      v.set("ldpId",
+            pc->ldpIdentifier().isEmpty() ? std::string() : pc->ldpIdentifier().stringValue());
+      Nolu::IpGenAddr ta = pc->ipTransportAddr();
+      v.set("transportAddress", ta.isV4() && ta.v4Addr().isZero() ? std::string() : addrText(ta));
+      v.set("labelDistribution", distCtrlName(pc->ldpLabelDistCtrl()));
+      v.set("labelAdvertisement", advName(pc->ldpLabelAdvDspl()));
+      v.set("labelRetention", retentionName(pc->ldpLabelRetention()));
+      v.set("loopDetection", pc->ldpLoopDetection());
+      v.set("passwordSet", !pc->md5Password().empty());
+      v.set("keepAliveTime", U16(pc->keepAliveTime()));
+      if (cfg) {
+         v.set("helloHoldTime", U16(cfg->helloHoldTime()));
+         v.set("helloInterval", U16(cfg->helloInterval()));
+         v.set("targetedHelloHoldTime", U16(cfg->targetedHelloHoldTime()));
+         v.set("targetedHelloInterval", U16(cfg->targetedHelloInterval()));
+      }
+      v.set("linkReadyDelay", double(pc->linkReadyDelay()));
+      v.set("linkReadyTimeout", double(pc->linkReadyTimeout()));
+      Node& t = v.set("targetedNeighbors", Node::array());
+      for (auto it = pc->staticTargetIter(); it; ++it) t.add(Node::str(addrText(it.key())));
+   }
+   Node& lb = top.set("labelBlock", Node::object());
+   auto block = a->mplsAgentStatus()->labelBlockAllocation("ldp");
+   lb.set("base", U32(block ? block->base() : 0));
+   lb.set("size", U32(block ? block->size() : 0));
+   return top;
+}
+
+Node discovery(ShowContext const& ctx, std::string const& only) {
+   auto const* a = ctx.agent;
+   Vek::Seconds now = Vek::System::currentTime();
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::object());
+      auto st = a->ldpStatusColl()->status(vrf);
+      Node& links = v.set("links", Node::array());
+      Node& targets = v.set("targets", Node::array());
+      Node& adjs = v.set("adjacencies", Node::array());
+      if (!st) continue;
+      auto lsc = st->ldpLinkStatusColl();
+      if (auto lcc = st->ldpLinkConfigColl()) {
+         for (auto it = lcc->adjLinkConfigIter(); it; ++it) {
+            auto lc = it.value();
+            Node& l = links.add(Node::object());
+            l.set("interface", lc->intfId().name());
+            l.set("address", lc->ipAddr().isZero() ? std::string() : lc->ipAddr().stringValue());
+            l.set("configState", configStateName(lc->configState()));
+            l.set("helloInterval", U16(lc->interval()));
+            l.set("helloHoldTime", U16(lc->holdTime()));
+            auto ls = lsc ? lsc->adjLinkStatus(lc->intfId()) : nullptr;
+            l.set("running", ls ? ls->running() : false);
+            l.set("helloTx", U32(ls ? ls->txPktCount() : 0));
+            l.set("helloRx", U32(ls ? ls->rxPktCount() : 0));
+            l.set("helloErrors", U32(ls ? ls->errPktCount() : 0));
+         }
+      }
+      auto tsc = st->ldpTargetStatusColl();
+      if (auto tcc = st->ldpTargetConfigColl()) {
+         for (auto it = tcc->adjTargetConfigIter(); it; ++it) {
+            auto tc = it.value();
+            Node& t = targets.add(Node::object());
+            t.set("address", tc->targetIpAddr().stringValue());
+            t.set("configState", configStateName(tc->configState()));
+            t.set("helloInterval", U16(tc->interval()));
+            t.set("helloHoldTime", U16(tc->holdTime()));
+            auto ts = tsc ? tsc->adjTargetStatus(tc->targetIpAddr()) : nullptr;
+            t.set("running", ts ? ts->running() : false);
+            t.set("helloTx", U32(ts ? ts->txPktCount() : 0));
+            t.set("helloRx", U32(ts ? ts->rxPktCount() : 0));
+         }
+      }
+      if (auto asc = st->ldpAdjStatusColl()) {
+         for (auto it = asc->adjStatusIter(); it; ++it) {
+            auto as = it.value();
+            Ldp::LdpAdjId id = as->adjId();
+            Node& j = adjs.add(Node::object());
+            j.set("type", id.isLink() ? "link" : "targeted");
+            if (id.isLink())
+               j.set("interface", id.intfId().name());
+            else
+               j.set("target", id.targetIpAddr().stringValue());
+            j.set("peerLdpId", id.ldpIdentifier().stringValue());
+            j.set("peerAddress", addrText(as->peerIpAddr()));
+            j.set("peerSourceAddress", addrText(as->peerSrcIpAddr()));
+            j.set("peerHoldTime", U16(as->peerHoldTime()));
+            j.set("holdTime", U16(as->operHoldTime()));
+            Vek::Seconds left = as->adjExpireTime() - now;
+            j.set("expiresIn", left > 0 ? double(left) : 0.0);
+            j.set("helloRx", U32(as->rxPktCount()));
+            j.set("helloErrors", U32(as->errPktCount()));
+            j.set("statusCode", Ldp::ldpStatusCodeStr(as->adjStatusCode()));
+         }
+      }
+   }
+   return top;
+}
+
+Node counters(Ldp::LdpSessionStatistics const* s) {
+   Node c = Node::object();
+   c.set("pduRx", U64(s ? s->ldpPduRxCount() : 0));
+   c.set("pduTx", U64(s ? s->ldpPduTxCount() : 0));
+   c.set("pduRxErrors", U64(s ? s->ldpPduRxErrorCount() : 0));
+   auto msg = [&](Ldp::LdpMsgType t, bool rx) -> U64 {
+      if (!s) return 0;
+      auto const* p = rx ? s->ldpMsgRxCount().find(t) : s->ldpMsgTxCount().find(t);
+      return p ? *p : 0;
+   };
+   c.set("keepAliveRx", msg(Ldp::LdpKeepAlive_, true));
+   c.set("keepAliveTx", msg(Ldp::LdpKeepAlive_, false));
+   Node& rx = c.set("messagesRx", Node::object());
+   Node& tx = c.set("messagesTx", Node::object());
+   Node& nrx = c.set("notificationsRx", Node::object());
+   Node& ntx = c.set("notificationsTx", Node::object());
+   if (s) {
+      for (auto it = s->ldpMsgRxCountIter(); it; ++it)
+         rx.set(Ldp::ldpMsgTypeStr(it.key()), U64(it.value()));
+      for (auto it = s->ldpMsgTxCountIter(); it; ++it)
+         tx.set(Ldp::ldpMsgTypeStr(it.key()), U64(it.value()));
+      for (auto it = s->ldpMsgNotificationRxCountIter(); it; ++it)
+         nrx.set(Ldp::ldpStatusCodeStr(it.key()), U64(it.value()));
+      for (auto it = s->ldpMsgNotificationTxCountIter(); it; ++it)
+         ntx.set(Ldp::ldpStatusCodeStr(it.key()), U64(it.value()));
+   }
+   return c;
+}
+
+Node neighbors(ShowContext const& ctx, std::string const& only) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::object());
+      Node& list = v.set("neighbors", Node::array());
+      auto st = a->ldpStatusColl()->status(vrf);
+      if (!st) continue;
+      auto scc = st->ldpSessionConfigColl();
+      auto ssc = st->ldpSessionStatusColl();
+      auto stats = st->statistics() ? st->statistics()->sessionStatisticsColl() : nullptr;
+      std::set<Ldp::LdpSessionId> ids;
+      if (scc)
+         for (auto it = scc->sessionConfigIter(); it; ++it) ids.insert(it.key());
+      if (ssc)
+         for (auto it = ssc->sessionStatusIter(); it; ++it) ids.insert(it.key());
+      for (auto const& id : ids) {
+         auto sc = scc ? scc->sessionConfig(id) : nullptr;
+         auto ss = ssc ? ssc->sessionStatus(id) : nullptr;
+         Node& n = list.add(Node::object());
+         n.set("peerLdpId", id.stringValue());
+         U8 state = ss ? U8(ss->sessionState()) : U8(Ldp::stateNonExistent_);
+         n.set("state", sessionStateName(state));
+         n.set("addressesExchanged",
+               ss ? ss->sessionOpState() == Ldp::sessionOpAddrExchanged_ : false);
+         n.set("role", roleName(sc ? sc->ldpSessionRole() : Ldp::roleUnknown_));
+         n.set("peerAddress", addrText(ss   ? ss->peerIpAddr()
+                                       : sc ? sc->peerIpAddr()
+                                            : Nolu::IpGenAddr()));
+         n.set("peerPort", U16(ss ? ss->peerPort() : 0));
+         n.set("localAddress", addrText(ss ? ss->localIpAddr() : Nolu::IpGenAddr()));
+         n.set("localPort", U16(ss ? ss->localPort() : 0));
+         n.set("localLdpId", ss ? ss->localLdpIdentifier().stringValue() : std::string());
+         bool up = state == Ldp::stateOperational_;
+         n.set("uptime", up && ss->sessionUptime() > 0 ? since(ss->sessionUptime()) : 0.0);
+         n.set("lastChangeAgo",
+               ss && ss->sessionStateLastChange() > 0 ? since(ss->sessionStateLastChange()) : 0.0);
+         n.set("keepAliveTime", U16(ss ? ss->operKeepAliveTime() : 0));
+         n.set("keepAliveTxInterval", U16(ss ? ss->operKeepAliveTxInterval() : 0));
+         n.set("peerKeepAliveTime", U16(ss ? ss->peerKeepAliveTime() : 0));
+         n.set("maxPduLength", U16(ss ? ss->operMaxPduLength() : 0));
+         n.set("labelAdvertisement", advName(ss ? ss->operLabelAdvDspl() : Ldp::unknownAdvDspl_));
+         n.set("code", ss ? Ldp::ldpStatusCodeStr(ss->code()) : "");
+         n.set("reason", ss ? ss->sessionStateReason() : sc ? sc->reason() : std::string());
+         n.set("fatalRetries", U64(ss ? ss->fatalRetryCount() : 0));
+         Node& h = n.set("history", Node::array());
+         if (ss && ss->sessionStateLogEntryColl()) {
+            for (auto it = ss->sessionStateLogEntryColl()->entryIter(); it; it.advance()) {
+               auto const& e = it.value();
+               Node& x = h.add(Node::object());
+               x.set("ago", since(e.time));
+               x.set("state", sessionStateName(e.sessionState));
+               x.set("code", Ldp::ldpStatusCodeStr(e.code));
+               x.set("reason", e.reason);
+            }
+         }
+         Node& addrs = n.set("addresses", Node::array());
+         if (ss)
+            for (auto it = ss->peerIntfIpIter(); it; ++it) addrs.add(Node::str(addrText(it.key())));
+         auto stat = stats ? stats->sessionStatistics(id) : nullptr;
+         n.set("counters", counters(stat.ptr()));
+      }
+   }
+   return top;
+}
+
+Node statistics(ShowContext const& ctx, std::string const& only) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::object());
+      auto st = a->ldpStatusColl()->status(vrf);
+      if (!st) continue;
+      if (auto s = st->statistics()) {
+         v.set("fecCountFiltered", U32(s->fecCountFiltered()));
+         v.set("fecCountUnfiltered", U32(s->fecCountUnfiltered()));
+         v.set("lastMessageId", U32(s->messageId()));
+      }
+      if (auto u = st->ldpLinkUdpPamStatus()) {
+         Node& x = v.set("linkHelloChannel", Node::object());
+         x.set("enabled", u->enabled());
+         x.set("reason", u->reason());
+         x.set("rx", U32(u->rxPktCount()));
+         x.set("tx", U32(u->txPktCount()));
+         x.set("errors", U32(u->errPktCount()));
+      }
+      if (auto t = st->ldpTargetServerStatus()) {
+         Node& x = v.set("targetedHelloServer", Node::object());
+         x.set("listening", t->listening());
+         x.set("reason", t->reason());
+         x.set("rx", U32(t->rxPktCount()));
+         x.set("errors", U32(t->errPktCount()));
+      }
+      if (auto t = st->ldpTcpServerStatus()) {
+         Node& x = v.set("tcpServer", Node::object());
+         x.set("listening", t->listening());
+         x.set("reason", t->reason());
+      }
+      Node& sessions = v.set("sessions", Node::object());
+      if (auto s = st->statistics(); s && s->sessionStatisticsColl()) {
+         for (auto it = s->sessionStatisticsColl()->sessionStatisticsIter(); it; ++it)
+            sessions.set(it.key().stringValue(), counters(it.value().ptr()));
+      }
+   }
+   return top;
+}
+
+Node interfaces(ShowContext const& ctx) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   Node& list = top.set("interfaces", Node::array());
+   for (auto it = a->allIntfStatusDir()->intfStatusIter(); it; ++it) {
+      auto is = it.value();
+      Nolu::IntfId id = it.key();
+      Node& n = list.add(Node::object());
+      n.set("name", id.name());
+      n.set("device", is->deviceName());
+      n.set("ifIndex", U32(is->ifIndex()));
+      n.set("operStatus", operName(is->operStatus()));
+      n.set("mtu", U32(is->mtu()));
+      n.set("loopback", Ldp::isLoopbackInterface(id));
+      n.set("management", Ldp::isManagementOrInternalInterface(id));
+      std::string vrf, addr;
+      Node sec = Node::array();
+      for (auto v = a->ipStatus()->vrfIpIntfStatusIter(); v; ++v) {
+         if (auto ip = v.value()->ipIntfStatus(id)) {
+            vrf = v.key();
+            addr = ip->activeAddrWithMask().stringValue();
+            for (auto s = ip->secondaryAddrWithMaskIter(); s; ++s)
+               sec.add(Node::str(s.key().stringValue()));
+         }
+      }
+      n.set("vrf", vrf);
+      n.set("address", addr);
+      n.set("secondaryAddresses", std::move(sec));
+      n.set("mplsEnabled", !a->mplsConfig()->mplsRoutingDisabledIntfHas(id));
+      bool desired = false;
+      if (!vrf.empty()) {
+         if (auto root = a->ldpRootSm()->ldpRoot(vrf))
+            desired = root->pamDesiredIntfDir()->intfDesiredHas(id);
+      }
+      n.set("ldpHellos", desired);
+   }
+   return top;
+}
+
+}  // namespace
+
+char const* sessionStateName(U8 state) {
+   switch (state) {
+      case Ldp::stateNonExistent_:
+         return "nonexistent";
+      case Ldp::stateInitialized_:
+         return "initialized";
+      case Ldp::stateOpenSent_:
+         return "openSent";
+      case Ldp::stateOpenRec_:
+         return "openRec";
+      case Ldp::stateOperational_:
+         return "operational";
+      case Ldp::stateClosed_:
+         return "closed";
+      default:
+         return "unknown";
+   }
+}
+
+char const* runningStateName(U8 state) {
+   switch (state) {
+      case Ldp::running_:
+         return "running";
+      case Ldp::stopping_:
+         return "stopping";
+      case Ldp::disabled_:
+         return "disabled";
+      default:
+         return "none";
+   }
+}
+
+std::vector<std::string> const& showCommands() {
+   static std::vector<std::string> const c = {
+      "show mpls ldp [vrf NAME]",
+      "show mpls ldp discovery [vrf NAME]",
+      "show mpls ldp neighbor [vrf NAME]",
+      "show mpls ldp statistics [vrf NAME]",
+      "show interfaces",
+      "show running-config",
+   };
+   return c;
+}
+
+bool runShow(std::vector<std::string> const& words, bool json, ShowContext const& ctx,
+             std::string* out) {
+   std::vector<std::string> w;
+   std::string vrf;
+   for (std::size_t i = 0; i < words.size(); ++i) {
+      if (words[i] == "vrf") {
+         if (i + 1 >= words.size()) {
+            *out = "'vrf' needs a VRF name";
+            return false;
+         }
+         vrf = words[++i];
+      } else {
+         w.push_back(words[i]);
+      }
+   }
+   std::string cmd;
+   for (auto const& x : w) cmd += (cmd.empty() ? "" : " ") + x;
+   if (cmd == "running-config") {
+      std::string text = ctx.config ? renderConfig(ctx.config->running()) : std::string();
+      *out = json ? "{\"config\":" + JsonWriter::quote(text) + "}\n" : text;
+      return true;
+   }
+   if (!ctx.agent) {
+      *out = "the agent is not running";
+      return false;
+   }
+   Node n;
+   if (cmd == "mpls ldp")
+      n = protocol(ctx, vrf);
+   else if (cmd == "mpls ldp discovery")
+      n = discovery(ctx, vrf);
+   else if (cmd == "mpls ldp neighbor" || cmd == "mpls ldp neighbors" || cmd == "mpls ldp session")
+      n = neighbors(ctx, vrf);
+   else if (cmd == "mpls ldp statistics")
+      n = statistics(ctx, vrf);
+   else if (cmd == "interfaces")
+      n = interfaces(ctx);
+   else {
+      *out = "unknown show command 'show " + cmd + "'; the commands are:";
+      for (auto const& c : showCommands()) *out += "\n  " + c;
+      return false;
+   }
+   *out = render(n, json);
+   return true;
+}
+
+}  // namespace Host

@@ -1,0 +1,355 @@
+// The configuration language: what each statement means, the errors that
+// name the line, the printer that parses back, and the applier: silent when
+// nothing changed, and live changes that a running agent sees on virtual time.
+#include <gtest/gtest.h>
+
+#include "agent/LdpAgent.h"
+#include "entities/Functions.h"
+#include "host/ConfigApplier.h"
+#include "host/KernelState.h"
+#include "host/LabelBlockResponder.h"
+#include "runtime/nolu/Sim.h"
+#include "runtime/vek/Reactor.h"
+
+using namespace Host;
+using Nolu::IntfId;
+using Nolu::IpAddr;
+using Vek::Ptr;
+
+namespace {
+
+char const* kFull = R"(# two routers' worth of settings
+vrf red netns ns-red
+management interface eth0
+mpls label range 200000 1000
+ip prefix-list loopbacks seq 10 permit 10.255.0.0/16
+ip prefix-list loopbacks seq 20 deny 0.0.0.0/0
+interface eth2
+   no mpls ip
+!
+mpls ldp
+   router-id interface lo
+   transport-address interface lo
+   neighbor 2.2.2.2 targeted
+   password s3cret key
+   discovery hello hold-time 30
+   discovery hello interval 10
+   discovery targeted-hello hold-time 90
+   discovery targeted-hello interval 30
+   session keepalive 60
+   label distribution ordered
+   label advertisement on-demand
+   label retention conservative
+   loop-detection
+   fec filter prefix-list loopbacks
+   link-ready delay 2.5
+   link-ready timeout 30
+!
+mpls ldp vrf red
+   router-id 9.9.9.9
+   shutdown
+)";
+
+std::vector<ConfigError> parseErrors(std::string const& text, HostConfig* cfg = nullptr) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   parseConfig(text, cfg ? *cfg : c, e);
+   return e;
+}
+
+}  // namespace
+
+TEST(HostConfig, StatementsMapOntoTheModel) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   ASSERT_TRUE(parseConfig(kFull, c, e)) << (e.empty() ? "" : e[0].str());
+   EXPECT_EQ("ns-red", c.vrfNetns.at("red"));
+   EXPECT_TRUE(c.managementIntf.count("eth0"));
+   EXPECT_EQ(200000u, c.labelRangeBase);
+   EXPECT_EQ(1000u, c.labelRangeSize);
+   EXPECT_FALSE(c.prefixLists.at("loopbacks").at(20).permit);
+   EXPECT_EQ(std::set<std::string>{"eth2"}, c.mplsDisabledIntf);
+   auto const& l = c.ldp.at("default");
+   EXPECT_EQ("lo", l.routerIdIntf);
+   EXPECT_EQ("lo", l.transportIntf);
+   EXPECT_TRUE(l.targetedNeighbors.count(IpAddr(2, 2, 2, 2)));
+   EXPECT_EQ("s3cret key", l.password);
+   EXPECT_EQ(30, l.helloHoldTime);
+   EXPECT_EQ(10, l.helloInterval);
+   EXPECT_EQ(90, l.targetedHelloHoldTime);
+   EXPECT_EQ(30, l.targetedHelloInterval);
+   EXPECT_EQ(60, l.keepAliveTime);
+   EXPECT_EQ(Ldp::orderedDistCtrl_, l.labelDistCtrl);
+   EXPECT_EQ(Ldp::downstreamOnDemandAdvDspl_, l.labelAdvDspl);
+   EXPECT_EQ(Ldp::conservativeRetention_, l.labelRetention);
+   EXPECT_TRUE(l.loopDetection);
+   EXPECT_EQ("loopbacks", l.fecFilterPrefixList);
+   EXPECT_EQ(2.5, l.linkReadyDelay);
+   EXPECT_EQ(30.0, l.linkReadyTimeout);
+   EXPECT_EQ(IpAddr(9, 9, 9, 9), c.ldp.at("red").routerId);
+   EXPECT_TRUE(c.ldp.at("red").shutdown);
+
+   // The printer's text parses back to the same model, and the same text.
+   HostConfig again;
+   ASSERT_TRUE(parseConfig(renderConfig(c), again, e));
+   EXPECT_EQ(c, again);
+   EXPECT_EQ(renderConfig(c), renderConfig(again));
+
+   // Statements on top of a model: "no" forms undo, defaults come back.
+   ASSERT_TRUE(
+      parseConfig("mpls ldp\n no neighbor 2.2.2.2\n no discovery hello hold-time\n"
+                  " no discovery hello interval\n no label distribution\n"
+                  " no password\n no fec filter\nno ip prefix-list loopbacks\n",
+                  c, e));
+   EXPECT_TRUE(c.ldp.at("default").targetedNeighbors.empty());
+   EXPECT_EQ(15, c.ldp.at("default").helloHoldTime);
+   EXPECT_EQ(Ldp::independentDistCtrl_, c.ldp.at("default").labelDistCtrl);
+   EXPECT_TRUE(c.ldp.at("default").password.empty());
+   EXPECT_TRUE(c.prefixLists.empty());
+}
+
+TEST(HostConfig, SectionsAndTheTopLevel) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   // In an interface section "no mpls ip" is the interface's; after "exit" it
+   // is the global switch.
+   ASSERT_TRUE(parseConfig("interface eth1\nno mpls ip\nexit\nno mpls ip\n", c, e));
+   EXPECT_TRUE(c.mplsDisabledIntf.count("eth1"));
+   EXPECT_FALSE(c.mplsIp);
+   // A top-level statement closes the section; "mpls ldp" statements then
+   // aren't known at the top.
+   auto errs = parseErrors("mpls ldp\nrouter-id 1.1.1.1\nip routing\nrouter-id 2.2.2.2\n");
+   ASSERT_EQ(1u, errs.size());
+   EXPECT_EQ(4u, errs[0].line);
+   EXPECT_EQ("line 4: 'router-id 2.2.2.2': unknown statement", errs[0].str());
+}
+
+TEST(HostConfig, BadInputNamesTheLineAndChangesNothing) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   ASSERT_TRUE(parseConfig("mpls ldp\n router-id 1.1.1.1\n", c, e));
+   HostConfig before = c;
+   auto errs = parseErrors(
+      "mpls ldp\n"
+      " router-id 300.1.1.1\n"                      // 2
+      " discovery hello hold-time 0\n"              // 3
+      " session keepalive\n"                        // 4
+      " label distribution sideways\n"              // 5
+      " neighbor 2.2.2.2\n"                         // 6
+      " password\n"                                 // 7
+      "interface\n"                                 // 8
+      "ip prefix-list x seq 5 allow 1.0.0.0/8\n"    // 9
+      "ip prefix-list x seq 5 permit 1.0.0.0/33\n"  // 10
+      "mpls label range 1048000 1000\n"             // 11
+      "frobnicate\n",                               // 12
+      &c);
+   std::vector<unsigned> lines;
+   for (auto const& x : errs) lines.push_back(x.line);
+   EXPECT_EQ((std::vector<unsigned>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}), lines);
+   EXPECT_NE(std::string::npos, errs[0].message.find("not an IPv4 address"));
+   EXPECT_NE(std::string::npos, errs[1].message.find("from 1 to 65535"));
+   EXPECT_EQ(before, c);
+
+   // What only the whole configuration shows.
+   errs = parseErrors(
+      "mpls ldp vrf blue\n fec filter prefix-list nope\n"
+      " discovery hello interval 20\nvrf a netns n1\nvrf b netns n1\n");
+   ASSERT_EQ(4u, errs.size());
+   EXPECT_EQ(0u, errs[0].line);
+   std::string all;
+   for (auto const& x : errs) all += x.str() + "\n";
+   EXPECT_NE(std::string::npos, all.find("VRF blue is not defined"));
+   EXPECT_NE(std::string::npos, all.find("prefix list nope, which is not defined"));
+   EXPECT_NE(std::string::npos, all.find("hello interval 20 must be below the hello hold time 15"));
+   EXPECT_NE(std::string::npos, all.find("namespace n1 is already VRF a's"));
+   EXPECT_EQ(1u, parseErrors("vrf default netns x\n").size());
+}
+
+namespace {
+
+// Counts every change of one LDP configuration record.
+class ConfigWatch : public Vek::Sm {
+ public:
+   explicit ConfigWatch(Ptr<Ldp::Config const> const& c) {
+      r_.is(0, this, c, 0, &ConfigWatch::handleChange);
+      initialized_ = true;
+   }
+   void handleChange(int const&) { ++changes; }
+   int changes = 0;
+
+ private:
+   Vek::ReactorColl<int, Ldp::Config::MemberReactor<ConfigWatch, int>> r_;
+};
+
+// A whole agent over a store on virtual time, with the kernel state written
+// by the host's writer and the configuration by the applier.
+struct AgentWithConfig : ::testing::Test {
+   Vek::ActivityManager am{Vek::ActivityManager::virtualTime};
+   // The agent's channels open in the namespace it runs in: here a simulated one.
+   Nolu::Sim::Network net;
+   Ptr<Ombra::Store> store{new Ombra::Store};
+   std::unique_ptr<AgentBase::AgentRunner> runner;
+   Ptr<Ldp::Agent> agent;
+   std::unique_ptr<KernelStateWriter> kernel;
+   Ptr<LabelBlockResponderSm> responder;
+   std::unique_ptr<ConfigApplier> applier;
+
+   AgentWithConfig() {
+      Vek::activityManagerIs(&am);
+      net.hostIs(Nolu::NamespaceName());
+      runner = std::make_unique<AgentBase::AgentRunner>(store);
+      EXPECT_TRUE(runner->start(Ldp::agentFactory, "LdpAgent"));
+      agent = Vek::ptr_cast<Ldp::Agent>(runner->agent());
+      KernelTargets t;
+      t.kni = Vek::ptr_const_cast<KernelNetInfo::Status>(agent->kniStatus());
+      t.ipStatus = Vek::ptr_const_cast<Ip::Status>(agent->ipStatus());
+      t.routeStatus = Vek::ptr_const_cast<Tesh::Fib::RouteStatus>(agent->routeStatus());
+      t.forwardingStatus =
+         Vek::ptr_const_cast<Tesh::Fib::ForwardingStatus>(agent->forwardingStatus());
+      kernel = std::make_unique<KernelStateWriter>("default", t);
+      responder = LabelBlockResponderSm::LabelBlockResponderSmIs(
+         "ldp", agent->mplsLabelRequest(),
+         Vek::ptr_const_cast<Mpls::Api::Status>(agent->mplsAgentStatus()));
+      ConfigTargets ct = ConfigTargets::fromStore(store);
+      ct.labelBlockResponder = responder;
+      applier = std::make_unique<ConfigApplier>(ct);
+   }
+   ~AgentWithConfig() override {
+      applier.reset();
+      responder = nullptr;
+      kernel.reset();
+      agent = nullptr;
+      runner.reset();
+      Ldp::IntfKindRegistry::instance().clear();
+   }
+   void link(U32 index, std::string const& name, U32 flags, std::string kind = "") {
+      LinkInfo l;
+      l.ifIndex = index;
+      l.name = name;
+      l.flags = flags;
+      l.mtu = 1500;
+      l.kind = std::move(kind);
+      kernel->apply(l);
+   }
+   void addr(U32 index, IpAddr a, U8 len, bool deleted = false) {
+      AddrInfo x;
+      x.ifIndex = index;
+      x.addr = a;
+      x.prefixLen = len;
+      x.deleted = deleted;
+      kernel->apply(x);
+   }
+   std::vector<ConfigError> apply(std::string const& text, bool replace = true) {
+      std::vector<ConfigError> e;
+      applier->applyText(text, replace, e);
+      return e;
+   }
+   Ptr<Ldp::ProtoConfig const> pc() const {
+      return agent->ldpProtoConfigColl()->protoConfig("default");
+   }
+};
+
+constexpr U32 kUp = 0x1 | 0x40;  // IFF_UP | IFF_RUNNING
+constexpr U32 kLoop = 0x8;       // IFF_LOOPBACK
+
+}  // namespace
+
+TEST_F(AgentWithConfig, AppliedConfigurationRunsAndChangesLive) {
+   link(1, "lo", kUp | kLoop);
+   addr(1, IpAddr(127, 0, 0, 1), 8);
+   addr(1, IpAddr(1, 1, 1, 1), 32);
+   link(2, "eth1", kUp);
+   addr(2, IpAddr(10, 0, 0, 1), 24);
+   link(3, "eth2", kUp);
+   addr(3, IpAddr(10, 0, 1, 1), 24);
+   ASSERT_TRUE(apply("mpls ldp\n router-id interface lo\n").empty());
+   am.runFor(2.0);
+   ASSERT_TRUE(pc());
+   EXPECT_EQ(Ldp::running_, pc()->runningState()) << pc()->reason();
+   EXPECT_EQ(IpAddr(1, 1, 1, 1), pc()->routerId());
+   EXPECT_EQ("lo", pc()->intfId().name());
+   // The host's address of the kernel's loopback never reaches the agent.
+   auto vrf = agent->ipStatus()->vrfIpIntfStatus("default");
+   EXPECT_EQ(Nolu::IpAddrWithMask(IpAddr(1, 1, 1, 1), 32),
+             vrf->ipIntfStatus(IntfId("lo"))->activeAddrWithMask());
+   EXPECT_EQ(0u, vrf->ipIntfStatus(IntfId("lo"))->secondaryAddrWithMaskSize());
+   // The label block is there for the agent's request.
+   EXPECT_EQ(100000u, agent->mplsAgentStatus()->dynamicLabelRangeBase());
+
+   // The same configuration again notifies nobody.
+   auto cfg = agent->ldpConfigColl()->config("default");
+   auto watch = Vek::makeSm<ConfigWatch>(cfg);
+   ASSERT_TRUE(apply("mpls ldp\n router-id interface lo\n").empty());
+   EXPECT_EQ(0, watch->changes);
+
+   // Live changes: a targeted neighbour, a password, MPLS off on an
+   // interface; each seen by the protocol configuration at once.
+   // Outside "mpls ldp" these statements mean nothing.
+   EXPECT_EQ(2u, apply("neighbor 3.3.3.3 targeted\npassword abc\n", false).size());
+   ASSERT_TRUE(apply("mpls ldp\n neighbor 3.3.3.3 targeted\n password abc\n"
+                     "interface eth2\n no mpls ip\n",
+                     false)
+                  .empty());
+   EXPECT_TRUE(pc()->staticTargetHas(Nolu::IpGenAddr(IpAddr(3, 3, 3, 3))));
+   EXPECT_EQ("abc", pc()->md5Password());
+   EXPECT_TRUE(cfg->md5PasswordEncoded());
+   EXPECT_NE("abc", cfg->md5Password());
+   auto links = agent->ldpStatusColl()->status("default")->ldpLinkConfigColl();
+   EXPECT_TRUE(links->adjLinkConfigHas(IntfId("eth1")));
+   EXPECT_FALSE(links->adjLinkConfigHas(IntfId("eth2")));
+
+   // A bad statement among good ones changes nothing at all.
+   int before = watch->changes;
+   auto errs = apply("mpls ldp\n neighbor 4.4.4.4 targeted\n router-id 1.2.3\n", false);
+   ASSERT_EQ(1u, errs.size());
+   EXPECT_EQ(3u, errs[0].line);
+   EXPECT_EQ(before, watch->changes);
+   EXPECT_FALSE(pc()->staticTargetHas(Nolu::IpGenAddr(IpAddr(4, 4, 4, 4))));
+
+   // Forcing a new router id after a higher loopback came up moves it.
+   link(4, "dummy0", kUp, "dummy");
+   addr(4, IpAddr(5, 5, 5, 5), 32);
+   ASSERT_TRUE(apply("mpls ldp\n no router-id\n", false).empty());
+   am.runFor(2.0);
+   EXPECT_EQ(IpAddr(1, 1, 1, 1), pc()->routerId());
+   Vek::Ptr<Ldp::Config>(Vek::ptr_const_cast<Ldp::Config>(cfg))->forceRouterIdIs(am.now());
+   am.runFor(2.0);
+   EXPECT_EQ(IpAddr(5, 5, 5, 5), pc()->routerId());
+   EXPECT_TRUE(Ldp::isLoopbackInterface(IntfId("dummy0")));
+
+   // A management interface is never the router id, and shutdown disables.
+   ASSERT_TRUE(apply("management interface dummy0\nmpls ldp\n shutdown\n", false).empty());
+   EXPECT_TRUE(Ldp::isManagementOrInternalInterface(IntfId("dummy0")));
+   am.runFor(2.0);
+   EXPECT_EQ(Ldp::disabled_, pc()->runningState());
+   EXPECT_EQ("LDP is disabled in LDP config", pc()->reason());
+   ASSERT_TRUE(apply("mpls ldp\n no shutdown\n", false).empty());
+   Vek::ptr_const_cast<Ldp::Config>(cfg)->forceRouterIdIs(am.now());
+   am.runFor(2.0);
+   EXPECT_EQ(IpAddr(1, 1, 1, 1), pc()->routerId());
+
+   // Removing LDP removes the record; the label range follows its statement.
+   ASSERT_TRUE(apply("mpls label range 300000 500\n").empty());
+   EXPECT_FALSE(pc());
+   EXPECT_FALSE(agent->ldpConfigColl()->config("default"));
+   EXPECT_EQ(300000u, agent->mplsAgentStatus()->dynamicLabelRangeBase());
+   EXPECT_FALSE(Ldp::isManagementOrInternalInterface(IntfId("dummy0")));
+}
+
+TEST_F(AgentWithConfig, LabelBlockAnswersTheAgentsRequest) {
+   auto req = Vek::ptr_const_cast<Mpls::ClientLabelRequest>(
+      Vek::Ptr<Mpls::ClientLabelRequest const>(agent->mplsLabelRequest()));
+   auto status = agent->mplsAgentStatus();
+   EXPECT_FALSE(status->labelBlockAllocation("ldp"));
+   req->labelRequestIs("main")->sizeIs(16384);
+   auto block = status->labelBlockAllocation("ldp");
+   ASSERT_TRUE(block);
+   EXPECT_EQ(100000u, block->base());
+   EXPECT_EQ(16384u, block->size());
+   // A smaller range gives a smaller block; the request going takes it back.
+   ASSERT_TRUE(apply("mpls label range 500000 100\n").empty());
+   EXPECT_EQ(500000u, block->base());
+   EXPECT_EQ(100u, block->size());
+   req->labelRequestDel("main");
+   EXPECT_FALSE(status->labelBlockAllocation("ldp"));
+}

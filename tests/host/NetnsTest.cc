@@ -1,0 +1,241 @@
+// The daemon for real: ldp-agent processes in network namespaces that the test
+// makes, with veth pairs, addresses and loopbacks, driven and read through
+// ldpctl. Skipped, with the reason, where namespaces can't be made.
+#include <gtest/gtest.h>
+
+#include "tests/host/HostHarness.h"
+
+using namespace HostTest;
+
+namespace {
+
+std::string uniq(char const* tag) { return std::string("ldpt") + std::to_string(getpid()) + tag; }
+
+#define SKIP_UNLESS_REAL_HOST()                                            \
+   do {                                                                    \
+      std::string why = realHostUnavailable();                             \
+      if (!why.empty()) GTEST_SKIP() << "real-host test skipped: " << why; \
+   } while (0)
+
+// The interface of a show interfaces answer, by name.
+Json const& intfNamed(Json const& j, std::string const& name) {
+   static Json const none;
+   for (auto const& i : j["interfaces"].a)
+      if (i["name"].str() == name) return i;
+   return none;
+}
+
+Json const& vrf(Json const& j) { return j["vrfs"]["default"]; }
+
+bool operational(AgentProc& a, std::string const& peer) {
+   Json j = a.show({"mpls", "ldp", "neighbor"});
+   for (auto const& n : vrf(j)["neighbors"].a)
+      if (n["peerLdpId"].str() == peer && n["state"].str() == "operational") return true;
+   return false;
+}
+
+std::vector<std::string> adjacencyTypes(AgentProc& a) {
+   std::vector<std::string> t;
+   Json j = a.show({"mpls", "ldp", "discovery"});
+   for (auto const& x : vrf(j)["adjacencies"].a) t.push_back(x["type"].str());
+   return t;
+}
+
+}  // namespace
+
+TEST(RealHost, OneAgentLearnsTheKernelAndTakesLiveConfiguration) {
+   SKIP_UNLESS_REAL_HOST();
+   TempDir dir;
+   Netns ns(uniq("a"));
+   ASSERT_TRUE(ns.ok());
+   ASSERT_TRUE(ns.ip("addr add 1.1.1.1/32 dev lo"));
+   ASSERT_TRUE(ns.ip("link add va type veth peer name vb"));
+   ASSERT_TRUE(ns.ip("addr add 10.0.0.1/24 dev va"));
+   ASSERT_TRUE(ns.ip("link set va up") && ns.ip("link set vb up"));
+
+   // A bad file: the agent refuses to start and names the line.
+   AgentProc a(ns.name(), dir.path(), "a");
+   a.configIs("mpls ldp\n   router-id interface lo\n   discovery hello hold-time 99999\n");
+   EXPECT_FALSE(a.start());
+   EXPECT_EQ(2, a.stop());
+   EXPECT_NE(std::string::npos, a.log().find("line 3: 'discovery hello hold-time 99999'"))
+      << a.log();
+
+   a.configIs("mpls ldp\n   router-id interface lo\n");
+   ASSERT_TRUE(a.start()) << a.log();
+   ASSERT_TRUE(waitFor(
+      [&] {
+         return vrf(a.show({"mpls", "ldp"}))["runningState"].str() == "running";
+      },
+      15.0))
+      << a.ctl({"show", "mpls", "ldp"}).out;
+   Json p = a.show({"mpls", "ldp"});
+   EXPECT_EQ("1.1.1.1", vrf(p)["routerId"].str());
+   EXPECT_EQ("1.1.1.1:0", vrf(p)["ldpId"].str());
+   EXPECT_EQ("1.1.1.1", vrf(p)["transportAddress"].str());
+   EXPECT_EQ("Enabled", vrf(p)["reason"].str());
+   EXPECT_EQ(1, p["numStartups"].n);
+
+   // What the kernel has, as the agent sees it: the loopback with its /32
+   // and never 127.0.0.1; the veth with its address and Hellos wanted.
+   Json i = a.show({"interfaces"});
+   EXPECT_TRUE(intfNamed(i, "lo")["loopback"].b);
+   EXPECT_EQ("1.1.1.1/32", intfNamed(i, "lo")["address"].str());
+   EXPECT_EQ(std::string::npos, a.ctl({"show", "interfaces", "--json"}).out.find("127.0.0.1"));
+   EXPECT_EQ("10.0.0.1/24", intfNamed(i, "va")["address"].str());
+   EXPECT_EQ("up", intfNamed(i, "va")["operStatus"].str());
+   EXPECT_TRUE(intfNamed(i, "va")["ldpHellos"].b);
+   // The kernel changes; the agent follows.
+   ASSERT_TRUE(ns.ip("addr add 10.9.9.9/24 dev vb"));
+   EXPECT_TRUE(waitFor(
+      [&] { return intfNamed(a.show({"interfaces"}), "vb")["address"].str() == "10.9.9.9/24"; },
+      5.0));
+   ASSERT_TRUE(ns.ip("link set va down"));
+   EXPECT_TRUE(waitFor(
+      [&] { return intfNamed(a.show({"interfaces"}), "va")["operStatus"].str() == "down"; }, 5.0));
+   ASSERT_TRUE(ns.ip("link set va up"));
+
+   // Live configuration: a targeted neighbour, a password, MPLS off on an
+   // interface.
+   auto r = a.ctl({"config", "mpls ldp", "neighbor 2.2.2.2 targeted", "password s3cret"});
+   EXPECT_EQ(0, r.code) << r.err;
+   p = a.show({"mpls", "ldp"});
+   ASSERT_EQ(1u, vrf(p)["targetedNeighbors"].a.size());
+   EXPECT_EQ("2.2.2.2", vrf(p)["targetedNeighbors"][0].str());
+   EXPECT_TRUE(vrf(p)["passwordSet"].b);
+   EXPECT_TRUE(waitFor(
+      [&] {
+         auto t = vrf(a.show({"mpls", "ldp", "discovery"}))["targets"];
+         return t.a.size() == 1 && t[0]["address"].str() == "2.2.2.2";
+      },
+      5.0));
+   EXPECT_EQ(0, a.ctl({"config", "interface va", "no mpls ip"}).code);
+   i = a.show({"interfaces"});
+   EXPECT_FALSE(intfNamed(i, "va")["mplsEnabled"].b);
+   EXPECT_FALSE(intfNamed(i, "va")["ldpHellos"].b);
+   EXPECT_NE(std::string::npos,
+             a.ctl({"show", "running-config"}).out.find("interface va\n   no mpls ip"));
+
+   // Bad input gets a clear error and changes nothing.
+   std::string before = a.ctl({"show", "running-config"}).out;
+   r = a.ctl({"config", "mpls ldp", "router-id 300.1.1.1"});
+   EXPECT_EQ(1, r.code);
+   EXPECT_NE(std::string::npos,
+             r.err.find("line 2: 'router-id 300.1.1.1': '300.1.1.1' is not an IPv4 address"))
+      << r.err;
+   EXPECT_EQ(before, a.ctl({"show", "running-config"}).out);
+   r = a.ctl({"show", "mpls", "ldp", "bogus"});
+   EXPECT_EQ(1, r.code);
+   EXPECT_NE(std::string::npos, r.err.find("unknown show command"));
+   EXPECT_EQ(2, a.ctl({"frobnicate"}).code);
+   EXPECT_EQ(2, a.ctl({"apply", dir.path() + "/no-such-file"}).code);
+   EXPECT_EQ(1, a.ctl({"clear", "neighbor", "not-an-address"}).code);
+   RunResult nobody = run({ctlBin(), "--socket", dir.path() + "/nobody.sock", "ping"}, dir.path());
+   EXPECT_EQ(3, nobody.code);
+   EXPECT_NE(std::string::npos, nobody.err.find("can't reach the agent"));
+
+   // A changed file applied whole; a force of the router id; the agent command.
+   a.configIs("mpls ldp\n   router-id interface lo\n   session keepalive 60\n");
+   EXPECT_EQ(0, a.ctl({"apply", a.configPath()}).code);
+   EXPECT_EQ(60, vrf(a.show({"mpls", "ldp"}))["keepAliveTime"].n);
+   EXPECT_TRUE(vrf(a.show({"mpls", "ldp"}))["targetedNeighbors"].a.empty());
+   EXPECT_EQ(0, a.ctl({"clear", "router-id"}).code);
+   r = a.ctl({"DUMP_SCHEDSTATS", "detail"});
+   EXPECT_EQ(0, r.code);
+   EXPECT_NE(std::string::npos, r.out.find("Scheduler"));
+
+   // A clean exit on SIGTERM; a restart counts itself and runs again.
+   EXPECT_EQ(0, a.stop(SIGTERM));
+   ASSERT_TRUE(a.start()) << a.log();
+   EXPECT_EQ(2, a.show({"mpls", "ldp"})["numStartups"].n);
+   EXPECT_TRUE(waitFor(
+      [&] {
+         return vrf(a.show({"mpls", "ldp"}))["runningState"].str() == "running";
+      },
+      15.0));
+   EXPECT_EQ(0, a.stop(SIGTERM));
+}
+
+TEST(RealHost, TwoAgentsBecomeNeighboursOverLinkAndTargetedAdjacencies) {
+   SKIP_UNLESS_REAL_HOST();
+   TempDir dir;
+   Netns na(uniq("a")), nb(uniq("b"));
+   ASSERT_TRUE(na.ok() && nb.ok());
+   ASSERT_TRUE(na.ip("link add va type veth peer name vb netns " + nb.name()));
+   ASSERT_TRUE(na.ip("addr add 1.1.1.1/32 dev lo") && nb.ip("addr add 2.2.2.2/32 dev lo"));
+   ASSERT_TRUE(na.ip("addr add 10.0.0.1/24 dev va") && nb.ip("addr add 10.0.0.2/24 dev vb"));
+   ASSERT_TRUE(na.ip("link set va up") && nb.ip("link set vb up"));
+   ASSERT_TRUE(na.ip("route add 2.2.2.2/32 via 10.0.0.2") &&
+               nb.ip("route add 1.1.1.1/32 via 10.0.0.1"));
+
+   AgentProc a(na.name(), dir.path(), "a"), b(nb.name(), dir.path(), "b");
+   a.configIs("mpls ldp\n   router-id interface lo\n");
+   b.configIs("mpls ldp\n   router-id interface lo\n");
+   ASSERT_TRUE(a.start()) << a.log();
+   ASSERT_TRUE(b.start()) << b.log();
+
+   // Over the link adjacency.
+   ASSERT_TRUE(
+      waitFor([&] { return operational(a, "2.2.2.2:0") && operational(b, "1.1.1.1:0"); }, 30.0))
+      << a.ctl({"show", "mpls", "ldp", "neighbor"}).out << a.log();
+   // Operational comes before the address exchange ends.
+   ASSERT_TRUE(waitFor(
+      [&] {
+         Json j = a.show({"mpls", "ldp", "neighbor"});
+         return vrf(j)["neighbors"][0]["addressesExchanged"].b;
+      },
+      10.0));
+   Json all = a.show({"mpls", "ldp", "neighbor"});
+   Json n = vrf(all)["neighbors"][0];
+   // The higher transport address is the active side.
+   EXPECT_EQ("passive", n["role"].str());
+   Json bn = b.show({"mpls", "ldp", "neighbor"});
+   EXPECT_EQ("active", vrf(bn)["neighbors"][0]["role"].str());
+   EXPECT_EQ("2.2.2.2", n["peerAddress"].str());
+   EXPECT_GE(n["counters"]["pduRx"].n, 2);
+   EXPECT_FALSE(n["history"].a.empty());
+   bool hasAddr = false;
+   for (auto const& x : n["addresses"].a) hasAddr |= x.str() == "10.0.0.2";
+   EXPECT_TRUE(hasAddr);
+   EXPECT_EQ((std::vector<std::string>{"link"}), adjacencyTypes(a));
+   EXPECT_NE(std::string::npos, a.log().find("LDP_SESSION_UP"));
+
+   // Over a targeted adjacency alone: each targets the other, then MPLS goes
+   // off on the link; the session stays.
+   EXPECT_EQ(0, a.ctl({"config", "mpls ldp", "neighbor 2.2.2.2 targeted"}).code);
+   EXPECT_EQ(0, b.ctl({"config", "mpls ldp", "neighbor 1.1.1.1 targeted"}).code);
+   ASSERT_TRUE(
+      waitFor([&] { return adjacencyTypes(a).size() == 2 && adjacencyTypes(b).size() == 2; }, 30.0))
+      << a.ctl({"show", "mpls", "ldp", "discovery"}).out;
+   EXPECT_EQ(0, a.ctl({"config", "interface va", "no mpls ip"}).code);
+   EXPECT_EQ(0, b.ctl({"config", "interface vb", "no mpls ip"}).code);
+   EXPECT_TRUE(
+      waitFor([&] { return adjacencyTypes(a) == std::vector<std::string>{"targeted"}; }, 30.0))
+      << a.ctl({"show", "mpls", "ldp", "discovery"}).out;
+   EXPECT_TRUE(
+      waitFor([&] { return operational(a, "2.2.2.2:0") && operational(b, "1.1.1.1:0"); }, 30.0))
+      << a.ctl({"show", "mpls", "ldp", "neighbor"}).out << a.log() << b.log();
+
+   // A password on both: the session comes back signed.
+   EXPECT_EQ(0, a.ctl({"config", "mpls ldp", "password s3cret"}).code);
+   EXPECT_EQ(0, b.ctl({"config", "mpls ldp", "password s3cret"}).code);
+   EXPECT_EQ(0, a.ctl({"clear", "neighbor", "2.2.2.2"}).code);
+   EXPECT_TRUE(
+      waitFor([&] { return operational(a, "2.2.2.2:0") && operational(b, "1.1.1.1:0"); }, 60.0))
+      << a.ctl({"show", "mpls", "ldp", "neighbor"}).out;
+
+   // A peer killed outright doesn't disturb the agent; the peer restarted,
+   // with the configuration it saved, comes back with its session.
+   EXPECT_EQ(0, b.ctl({"write"}).code);
+   EXPECT_NE(std::string::npos, slurp(b.configPath()).find("password s3cret"));
+   b.kill(SIGKILL);
+   EXPECT_TRUE(waitFor([&] { return !operational(a, "2.2.2.2:0"); }, 60.0));
+   EXPECT_EQ(0, a.ctl({"ping"}).code);
+   ASSERT_TRUE(b.start()) << b.log();
+   EXPECT_EQ(2, b.show({"mpls", "ldp"})["numStartups"].n);
+   EXPECT_TRUE(
+      waitFor([&] { return operational(a, "2.2.2.2:0") && operational(b, "1.1.1.1:0"); }, 60.0))
+      << b.ctl({"show", "mpls", "ldp", "neighbor"}).out << b.log();
+   EXPECT_EQ(0, a.stop(SIGTERM));
+   EXPECT_EQ(0, b.stop(SIGTERM));
+}
