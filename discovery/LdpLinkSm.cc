@@ -1,5 +1,6 @@
 #include "discovery/LdpLinkSm.h"
 
+#include "discovery/LdpHelloPdu.h"
 #include "discovery/LdpPktDump.h"
 
 namespace Ldp {
@@ -102,20 +103,10 @@ void LdpLinkSm::handlePktVersion() {
       return;
    }
    auto const& cc = *in_.ldpLinkCommonConfig;
-   auto const& pp = *in_.ldpProtoParam;
-   if (!pkt_) pkt_ = Nolu::globalPktManager()->newPkt();
-   else pkt_->dataDelAll();
-   ldpMsgGen_ = ldpMsgGenFactory(pkt_);
-   ldpMsgGen_->addLdpPduHdr(LdpProtoParam::ldpVersion(), cc.ldpId());
-   ldpMsgGen_->addLdpMsgHdr(false, LdpHello_, in_.status->statistics()->messageIdInc(1));
-   ldpMsgGen_->addCommonHelloTlv(false, in_.ldpLinkStatus->holdTime(), false, false);
    VEK_ASSERT(ldpLinkCommonConfig()->ipTransportAddr().af() == Nolu::ipv4_);
-   if (pp.tlvIpTransportAddrIncude())
-      ldpMsgGen_->addIpTransportAddrTlv(pp.tlvIpTransportUnknownBit(),
-                                        cc.ipTransportAddr().v4Addr());
-   if (pp.tlvConfigSeqNumInclude())
-      ldpMsgGen_->addConfigSeqNumTlv(pp.tlvConfigSeqNumUnknownBit(), cc.configSeqNum());
-   ldpMsgGen_->computeHdrLenChecksum();
+   ldpMsgGen_ = ldpHelloPduBuild(pkt_, cc.ldpId(), in_.status->statistics()->messageIdInc(1),
+                                 in_.ldpLinkStatus->holdTime(), false, cc.ipTransportAddr(),
+                                 cc.configSeqNum(), *in_.ldpProtoParam);
 }
 
 // The timer is re-armed before sending, with no jitter.

@@ -1,5 +1,6 @@
 #include "discovery/LdpTargetSm.h"
 
+#include "discovery/LdpHelloPdu.h"
 #include "discovery/LdpPktDump.h"
 
 namespace Ldp {
@@ -88,20 +89,10 @@ void LdpTargetSm::handlePktVersion() {
       return;
    }
    auto const& cc = *in_.ldpTargetCommonConfig;
-   auto const& pp = *in_.ldpProtoParam;
-   if (!pkt_) pkt_ = Nolu::globalPktManager()->newPkt();
-   else pkt_->dataDelAll();
-   ldpMsgGen_ = ldpMsgGenFactory(pkt_);
-   ldpMsgGen_->addLdpPduHdr(LdpProtoParam::ldpVersion(), cc.ldpId());
-   ldpMsgGen_->addLdpMsgHdr(false, LdpHello_, in_.status->statistics()->messageIdInc(1));
-   ldpMsgGen_->addCommonHelloTlv(false, in_.ldpTargetStatus->holdTime(), true, true);
    VEK_ASSERT(ldpTargetCommonConfig()->ipTransportAddr().af() == Nolu::ipv4_);
-   if (pp.tlvIpTransportAddrIncude())
-      ldpMsgGen_->addIpTransportAddrTlv(pp.tlvIpTransportUnknownBit(),
-                                        cc.ipTransportAddr().v4Addr());
-   if (pp.tlvConfigSeqNumInclude())
-      ldpMsgGen_->addConfigSeqNumTlv(pp.tlvConfigSeqNumUnknownBit(), cc.configSeqNum());
-   ldpMsgGen_->computeHdrLenChecksum();
+   ldpMsgGen_ = ldpHelloPduBuild(pkt_, cc.ldpId(), in_.status->statistics()->messageIdInc(1),
+                                 in_.ldpTargetStatus->holdTime(), true, cc.ipTransportAddr(),
+                                 cc.configSeqNum(), *in_.ldpProtoParam);
 }
 
 // The shared channel takes this packet's destination right before the send.
