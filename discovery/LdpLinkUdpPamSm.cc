@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "discovery/LdpHelloPdu.h"
 #include "discovery/LdpPktDump.h"
 #include "wire/LdpParser.h"
 
@@ -107,33 +108,9 @@ void LdpLinkUdpPamSm::handleRxPamReadable() {
    }
    st.rxPktCountInc(1);
    LDP_TRACE(th, 9, "Rx Pkt Dump: " << pktHexDump(*pkt));
-   auto pdu = ldpPduParserFactory(pkt, 0);
-   LDP_TRACE(th, 7, "LDP PDU Rx: " << pdu->stringValue());
-   if (!pdu->validLdpPdu()) {
-      LDP_TRACE(th, 3, pdu->reason());
-      st.errPktCountInc(1);
-      return;
-   }
-   if (pdu->msgNum() != 1) {
-      LDP_TRACE(th, 3, "Unexpected " << pdu->msgNum() << " messages");
-      st.errPktCountInc(1);
-      return;
-   }
-   U32 offset = pdu->msgOffset(0);
-   auto msgParser = ldpMsgParserGet(pkt, offset);
-   if (!msgParser->validMsg()) {
-      LDP_TRACE(th, 3, msgParser->reason());
-      st.errPktCountInc(1);
-      return;
-   }
-   if (msgParser->msgType() != LdpHello_) {
-      LDP_TRACE(th, 3, "Unexpected message type: " << msgParser->msgType());
-      st.errPktCountInc(1);
-      return;
-   }
-   LdpIdentifier ldpId = pdu->ldpIdentifier();
-   if (ldpId.lblSpace() != 0) {
-      LDP_TRACE(th, 3, "LdpId with non-zero label space not supported. " << ldpId);
+   U32 offset = 0;
+   LdpIdentifier ldpId;
+   if (!ldpHelloPduCheck(pkt, th, instId(), &offset, &ldpId)) {
       st.errPktCountInc(1);
       return;
    }
@@ -145,7 +122,7 @@ void LdpLinkUdpPamSm::handleRxPamReadable() {
       st.errPktCountInc(1);
       return;
    }
-   LDP_TRACE(th, 6, "   Received " << msgParser->msgType() << " from ldpId: " << ldpId
+   LDP_TRACE(th, 6, "   Received " << LdpHello_ << " from ldpId: " << ldpId
                                    << " on IntfId: " << intfId);
    auto lc = in_.ldpLinkConfigColl->adjLinkConfig(intfId);
    auto ls = in_.ldpLinkStatusColl->adjLinkStatus(intfId);

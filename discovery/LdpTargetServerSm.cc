@@ -1,5 +1,6 @@
 #include "discovery/LdpTargetServerSm.h"
 
+#include "discovery/LdpHelloPdu.h"
 #include "discovery/LdpPktDump.h"
 #include "wire/LdpParser.h"
 
@@ -102,33 +103,9 @@ void LdpTargetServerSm::handlePamReadable() {
    }
    LDP_TRACE(th, 9, "Rx Pkt Dump: " << pktHexDump(*pkt));
    st.rxPktCountInc(1);
-   auto pdu = ldpPduParserFactory(pkt, 0);
-   LDP_TRACE(th, 7, "LDP PDU Rx: " << pdu->stringValue());
-   if (!pdu->validLdpPdu()) {
-      LDP_TRACE(th, 3, pdu->reason());
-      st.errPktCountInc(1);
-      return;
-   }
-   if (pdu->msgNum() != 1) {
-      LDP_TRACE(th, 3, "Unexpected " << pdu->msgNum() << " messages");
-      st.errPktCountInc(1);
-      return;
-   }
-   U32 offset = pdu->msgOffset(0);
-   auto msgParser = ldpMsgParserGet(pkt, offset);
-   if (!msgParser->validMsg()) {
-      LDP_TRACE(th, 3, msgParser->reason());
-      st.errPktCountInc(1);
-      return;
-   }
-   if (msgParser->msgType() != LdpHello_) {
-      LDP_TRACE(th, 3, "Unexpected message type: " << msgParser->msgType());
-      st.errPktCountInc(1);
-      return;
-   }
-   LdpIdentifier ldpId = pdu->ldpIdentifier();
-   if (ldpId.lblSpace() != 0) {
-      LDP_TRACE(th, 3, "LdpId with non-zero label space not supported. " << ldpId);
+   U32 offset = 0;
+   LdpIdentifier ldpId;
+   if (!ldpHelloPduCheck(pkt, th, instId(), &offset, &ldpId)) {
       st.errPktCountInc(1);
       return;
    }
@@ -140,7 +117,7 @@ void LdpTargetServerSm::handlePamReadable() {
    // A peer is known by its transport address, whatever it sends from.
    Nolu::IpAddr key = info.srcIpAddr;
    if (auto const* t = hello->ipv4TransportAddrTlv()) key = t->ipAddr();
-   LDP_TRACE(th, 6, "   Received " << msgParser->msgType() << " from ldpId: " << ldpId
+   LDP_TRACE(th, 6, "   Received " << LdpHello_ << " from ldpId: " << ldpId
                                    << " IP: " << key);
    auto ts = in_.ldpTargetStatusColl->adjTargetStatus(key);
    if (!in_.ldpTargetConfigColl->adjTargetConfigHas(key) || !ts) {
