@@ -2,7 +2,7 @@
 // Decides the interfaces of a VRF on which LDP wants Hello channels: not a
 // loopback or management interface, present in the VRF's IP status and the
 // device directory, MPLS not disabled on it, and LDP running in the VRF.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpConfig.h"
 #include "entities/LdpDiscovery.h"
 #include "entities/Platform.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Keeps the fields that every FEC repeats from the protocol configuration
 // (control and retention modes, loop detection, router id) in step with it.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpConfig.h"
 #include "entities/LdpLabel.h"
 #include "runtime/vek/Reactor.h"

@@ -3,7 +3,7 @@
 // operator's configuration and the system's state into one record,
 // Ldp::ProtoConfig, that every protocol machine reads. LdpProtoConfigSmManager
 // makes one machine per VRF in which LDP is configured and enabled.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpConfig.h"
 #include "entities/Platform.h"
 #include "runtime/vek/Reactor.h"

@@ -5,7 +5,7 @@
 #include "entities/LdpMsgPipe.h"
 #include "agent/LdpPamDesiredIntfSm.h"
 #include "agent/LdpProtoConfigConsistencySm.h"
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpAdjPeerManager.h"
 #include "discovery/LdpAdjSm.h"
 #include "discovery/LdpLinkConfigSm.h"

@@ -2,7 +2,7 @@
 // Keeps the VRF's table of this LSR's interface addresses: every address of
 // every interface that counts, with the set of interfaces that hold it. Its
 // changes become Address and Address Withdraw messages on the sessions.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpLabel.h"
 #include "entities/Platform.h"
 #include "runtime/vek/Reactor.h"

@@ -3,7 +3,7 @@
 // fired on virtual time.
 #include <benchmark/benchmark.h>
 
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "runtime/vek/Reactor.h"
 #include "tests/runtime/TestEntities.h"
 

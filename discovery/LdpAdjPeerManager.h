@@ -2,7 +2,7 @@
 // Keeps one peer per LDP identifier heard through adjacencies, with the set
 // of its adjacencies. A peer dies with its last adjacency, and with that
 // adjacency's status code.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpStatus.h"
 #include "runtime/vek/Reactor.h"
 

@@ -3,7 +3,7 @@
 // address: it reads each Hello and owns the hold timer. The manager makes and
 // drops adjacencies, alone or a peer's all together; an adjacency ends by
 // writing a non-zero status code, which the manager turns into deletion.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpReactors.h"
 #include "discovery/LdpSmColl.h"
 #include "entities/LdpMsgPipe.h"

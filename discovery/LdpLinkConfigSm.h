@@ -2,7 +2,7 @@
 // Fills in the Hello timing and address of every link that LDP runs on, and
 // the values that all links share. Interface and adjacency events come in
 // bursts, so they are coalesced per interface through a work queue.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpReactors.h"
 #include "entities/LdpStatus.h"
 

@@ -4,7 +4,7 @@
 // link channel's pipe, and hands received Hellos to their adjacency, making
 // the adjacency's configuration the first time a neighbour is heard. The
 // manager makes and drops the machine and everything of its interface.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpHelloParam.h"
 #include "discovery/LdpReactors.h"
 #include "discovery/LdpSmColl.h"

@@ -4,7 +4,7 @@
 // validates every datagram before anything else sees it, hands accepted
 // Hellos to the receive pipe of their interface, and sends the Hellos of the
 // transmit pipes with the interface's own source address.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpHelloParam.h"
 #include "discovery/LdpReactors.h"
 #include "discovery/LdpServiceAcl.h"

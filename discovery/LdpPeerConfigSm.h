@@ -2,7 +2,7 @@
 // Picks each peer's active adjacency, the first member that has had a valid
 // Hello, and copies its address and configuration sequence number to the
 // peer; keeps the status code of the peer's latest adjacency event.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpReactors.h"
 #include "entities/LdpStatus.h"
 

@@ -2,7 +2,7 @@
 // Wants one session per peer: the session's key is the peer's LDP identifier.
 // Sessions follow the peer table alone, so a session outlives the loss of one
 // adjacency while the peer has another.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpStatus.h"
 #include "runtime/vek/Reactor.h"
 

@@ -2,7 +2,7 @@
 // Decides which targets of targeted discovery exist, from the static targets
 // of the configuration and the targets that pseudowires ask for, and their
 // Hello timing.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpReactors.h"
 #include "entities/LdpStatus.h"
 

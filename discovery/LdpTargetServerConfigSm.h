@@ -1,7 +1,7 @@
 #pragma once
 // Decides whether the targeted Hello server listens, and on which address:
 // it listens on the transport address while at least one target exists.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpStatus.h"
 #include "runtime/vek/Reactor.h"
 

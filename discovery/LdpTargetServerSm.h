@@ -4,7 +4,7 @@
 // to the machine of the target that it belongs to. A Hello from an address
 // that isn't a configured target is ignored: targets are not learnt from the
 // network.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpHelloParam.h"
 #include "discovery/LdpServiceAcl.h"
 #include "entities/LdpMsgPipe.h"

@@ -4,7 +4,7 @@
 // sends it to the target's address through the shared transmit channel, and
 // receive through a pipe into the adjacency. The manager makes and drops the
 // machines with their status and pipe.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpHelloParam.h"
 #include "discovery/LdpReactors.h"
 #include "discovery/LdpSmColl.h"

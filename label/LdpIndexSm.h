@@ -3,7 +3,7 @@
 // from a transport address to its peers, and from a pseudowire request to
 // the FEC-session records that serve it. Nothing here is source state; it is
 // rebuilt from the collections at start.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "discovery/LdpReactors.h"
 #include "entities/LdpStatus.h"
 

@@ -3,7 +3,7 @@
 // dispatch of a PDU by message type, the builders of the Initialization,
 // KeepAlive and Notification messages, and changeSessionState, the one writer
 // of the session state.
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "entities/LdpConfig.h"
 #include "entities/LdpSession.h"
 #include "entities/LdpStatus.h"

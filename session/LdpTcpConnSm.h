@@ -8,7 +8,7 @@
 #include "runtime/nolu/TcpClientSm.h"
 #include "session/LdpSessionColls.h"
 #include "session/LdpTcpServerSm.h"
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 
 namespace Ldp {
 

@@ -7,7 +7,7 @@
 #include "entities/LdpStatus.h"
 #include "runtime/nolu/TcpServerSm.h"
 #include "session/LdpSessionColls.h"
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 
 namespace Ldp {
 

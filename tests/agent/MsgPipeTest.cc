@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "entities/LdpMsgPipe.h"
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "runtime/vek/Reactor.h"
 
 using Vek::Ptr;

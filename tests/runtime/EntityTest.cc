@@ -1,7 +1,7 @@
 // Entities, reactors and the life of a state machine.
 #include <gtest/gtest.h>
 
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "runtime/vek/Reactor.h"
 #include "tests/runtime/TestEntities.h"
 

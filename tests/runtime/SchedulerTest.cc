@@ -2,7 +2,7 @@
 // on virtual time.
 #include <gtest/gtest.h>
 
-#include "agent/LdpSm.h"
+#include "entities/LdpSm.h"
 #include "runtime/hesk/NumAllocator.h"
 #include "runtime/hesk/Task.h"
 #include "runtime/vek/Trace.h"

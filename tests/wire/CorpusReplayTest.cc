@@ -10,7 +10,7 @@
 
 TEST(CorpusReplay, EveryFileThroughEveryParser) {
    namespace fs = std::filesystem;
-   fs::path dir = fs::path(__FILE__).parent_path().parent_path().parent_path() / "fuzz" / "corpus";
+   fs::path dir = fs::path(LDP_SOURCE_DIR) / "fuzz" / "corpus";
    ASSERT_TRUE(fs::is_directory(dir)) << dir;
    std::size_t files = 0, validPdus = 0;
    for (auto const& entry : fs::directory_iterator(dir)) {
