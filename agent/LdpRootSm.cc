@@ -60,7 +60,7 @@ void LdpRootSm::handleInitialized() {
          in_.kniStatus, in_.allIntfStatusDir, in_.allIntfStatusLocalDir));
       intfStatusManagerRoot_->intfStatusManagerIs(deviceIntfStatusDir_);
    }
-   numAllocatorConfig_ = new Hesk::NumAllocatorConfig(Hesk::Range{1, 0}, 100);
+   numAllocatorConfig_ = new Hesk::NumAllocatorConfig(100);
    numAllocatorConfig_->expiryTimeIs(10.0);
    numAllocatorStatus_ = new Hesk::NumAllocatorStatus;
    numAllocator_ = new Hesk::NumAllocator(numAllocatorConfig_, numAllocatorStatus_,

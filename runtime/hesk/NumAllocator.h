@@ -1,80 +1,74 @@
 #pragma once
 // Hands out numbers from a range (labels, for instance). A released number is
-// held back for expiryTime seconds before it can be handed out again, so that
-// a peer that still uses it is not confused by its reuse.
+// quarantined for the configured expiry time and then returned by a timer, so
+// that a peer that still uses it is not confused by its reuse. The allocator
+// follows its configuration: a new range takes effect at once, and numbers
+// outside it are neither handed out nor held back any longer.
 #include <deque>
 #include <vector>
 
+#include "runtime/hesk/NumAllocatorState.h"
 #include "runtime/vek/Activity.h"
 #include "runtime/vek/Ptr.h"
 
 namespace Hesk {
 
-struct Range {
-   U32 min = 0;
-   U32 max = 0;
-   bool operator==(Range const&) const = default;
-   U32 size() const { return max >= min ? max - min + 1 : 0; }
-};
-
-class NumAllocatorConfig : public Vek::PtrInterface {
- public:
-   NumAllocatorConfig(Range r, U32 reserved = 0) : range_(r), reserved_(reserved) {}
-   Range range() const { return range_; }
-   void rangeIs(Range r) { range_ = r; }
-   Vek::Seconds expiryTime() const { return expiryTime_; }
-   void expiryTimeIs(Vek::Seconds s) { expiryTime_ = s; }
-   U32 reserved() const { return reserved_; }
-
- private:
-   Range range_;
-   U32 reserved_;
-   Vek::Seconds expiryTime_ = 0.0;
-};
-
-class NumAllocatorStatus : public Vek::PtrInterface {
- public:
-   U32 allocated = 0;
-   U32 heldBack = 0;
-};
-
-class NumAllocator : public Vek::PtrInterface {
+class NumAllocator : public Vek::PtrInterface, private Vek::Timed {
  public:
    static constexpr U32 kNone = 0xffffffffu;
    NumAllocator(Vek::Ptr<NumAllocatorConfig> const& config,
                 Vek::Ptr<NumAllocatorStatus> const& status = nullptr,
                 Vek::ActivityManager* clock = nullptr);
+   ~NumAllocator() override;
 
-   // The lowest free number, or kNone when the range is exhausted.
+   // The lowest free number, or kNone when the range is exhausted (which the
+   // status then tells).
    U32 getNumber();
-   // Gives n back; it becomes free after the expiry time.
+   // Quarantines a held number; a number that is not held, or is already in
+   // quarantine, is ignored.
    void releaseNumber(U32 n);
-   // Takes n out of the free numbers; false if it is outside the range or taken.
+   // Takes a free n; false if it is outside the range, held or quarantined.
    bool reserveNumber(U32 n);
-   bool isReserved(U32 n) const;
-   // Adopts a new range; numbers outside it are forgotten.
-   void rangeIs(Range r);
-   U32 allocatedCount() const { return status_->allocated; }
+   // Whether n is held by a client (quarantined numbers are not).
+   bool isReserved(U32 n) const { return range_.contains(n) && test(held_, n - range_.min); }
+   bool isQuarantined(U32 n) const {
+      return range_.contains(n) && test(quarantined_, n - range_.min);
+   }
+   Range range() const { return range_; }
+   U32 allocatedCount() const { return allocated_; }
+   U32 quarantinedCount() const { return quarantine_.size(); }
+   NumAllocatorConfig const* config() const { return config_.ptr(); }
+   NumAllocatorStatus const* status() const { return status_.ptr(); }
 
  private:
-   void reclaim();
-   bool used(U32 i) const { return bits_[i >> 6] >> (i & 63) & 1; }
-   void setUsed(U32 i, bool b) {
-      if (b) bits_[i >> 6] |= 1ull << (i & 63);
-      else bits_[i >> 6] &= ~(1ull << (i & 63));
+   class ConfigReactor;
+   void rangeIs(Range r);
+   void timedRun() override;
+   void armTimer();
+   void statusUpdate();
+   static bool test(std::vector<U64> const& b, U32 i) { return b[i >> 6] >> (i & 63) & 1; }
+   static void set(std::vector<U64>& b, U32 i, bool v) {
+      if (v) b[i >> 6] |= 1ull << (i & 63);
+      else b[i >> 6] &= ~(1ull << (i & 63));
    }
 
    Vek::Ptr<NumAllocatorConfig> config_;
    Vek::Ptr<NumAllocatorStatus> status_;
    Vek::ActivityManager* clock_;
-   Range range_{1, 0};
-   std::vector<U64> bits_;
+   ConfigReactor* reactor_;
+   Range range_ = Range::empty();
+   // One bit per number of the range: held by a client, and in quarantine.
+   std::vector<U64> held_;
+   std::vector<U64> quarantined_;
+   U32 allocated_ = 0;
+   // Where the search for a free number starts; nothing free lies below it.
    U32 searchFrom_ = 0;
-   struct Held {
+   struct Quarantined {
       Vek::Seconds until;
       U32 n;
    };
-   std::deque<Held> held_;
+   // In order of expiry: the expiry time is the same for all.
+   std::deque<Quarantined> quarantine_;
 };
 
 }  // namespace Hesk

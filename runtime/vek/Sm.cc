@@ -25,9 +25,11 @@ void Sm::markForDeletion() {
 
 void Sm::handleZeroRef() {
    if (deletePending_) return;
-   if (!dying_) {
-      // Keep a reference while handleDelete() runs, which may take and drop
-      // references of its own.
+   if (!deleteHandled_) {
+      // handleDelete() runs exactly once, also for a child that its dying
+      // parent marked already. Keep a reference while it runs, since it may
+      // take and drop references of its own.
+      deleteHandled_ = true;
       newRef();
       handleDelete();
       markForDeletion();

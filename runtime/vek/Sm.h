@@ -4,7 +4,8 @@
 // notification on. When the last reference goes, handleDelete() runs while the
 // machine is whole, then the machine and its parts are marked depth first so
 // that no handler of it runs again, and it is freed - at once, or when the
-// outermost of its own handlers that is still on the stack returns.
+// outermost of its own handlers that is still on the stack returns. A child
+// marked by its dying parent still runs its handleDelete() when it goes.
 #include <vector>
 
 #include "runtime/vek/Entity.h"
@@ -62,6 +63,7 @@ class Sm : public PtrInterface {
    U32 handlerDepth_ = 0;
    bool deletePending_ = false;
    bool dying_ = false;
+   bool deleteHandled_ = false;
 };
 
 // Makes a machine the standard way: construct (the constructor ends in

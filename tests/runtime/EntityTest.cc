@@ -204,3 +204,45 @@ TEST(Entity, IterationSurvivesDeletion) {
    }
    EXPECT_EQ((std::vector<U32>{0, 1, 2, 3, 4, 6, 7, 8, 9}), keys);
 }
+
+namespace {
+
+// A machine whose cleanup counts, with an optional child of its own kind.
+class Cleaner : public Ldp::LdpSm {
+ public:
+   Cleaner(int* deletes, bool withChild) : LdpSm(1), deletes_(deletes), child_(this) {
+      if (withChild) child_.is(Vek::makeSm<Cleaner>(deletes, false));
+      initialized_ = true;
+   }
+   Cleaner* child() const { return child_.get(); }
+
+ protected:
+   void handleDelete() override {
+      ++*deletes_;
+      initialized_ = false;
+   }
+
+ private:
+   int* deletes_;
+   Vek::SmChild<Cleaner> child_;
+};
+
+}  // namespace
+
+TEST(Entity, HandleDeleteRunsOnceForParentAndChild) {
+   int deletes = 0;
+   auto parent = Vek::makeSm<Cleaner>(&deletes, true);
+   // A child kept alive by someone else runs its cleanup when the last holder lets go.
+   Ptr<Cleaner> held(parent->child());
+   parent = nullptr;
+   EXPECT_EQ(1, deletes);
+   EXPECT_TRUE(held->markedForDeletion());
+   held = nullptr;
+   EXPECT_EQ(2, deletes);
+
+   // A child that dies with its parent cleans up too, once.
+   deletes = 0;
+   parent = Vek::makeSm<Cleaner>(&deletes, true);
+   parent = nullptr;
+   EXPECT_EQ(2, deletes);
+}

@@ -137,11 +137,26 @@ TEST(Scheduler, WorkQueueYieldsAndResumes) {
    EXPECT_EQ(0u, loop.am.timersArmed());
 }
 
-TEST(Scheduler, NumAllocatorHoldsReleasedNumbersBack) {
+namespace {
+
+// Counts the exhaustion announcements a reactor on the status would make.
+class ExhaustionWatcher : public Hesk::NumAllocatorStatus::NotifieeConst {
+ public:
+   explicit ExhaustionWatcher(Ptr<Hesk::NumAllocatorStatus> const& s) { notifierBaseIs(s); }
+   void onRangeExhausted() override { changes.push_back(notifier()->rangeExhausted()); }
+   std::vector<bool> changes;
+};
+
+}  // namespace
+
+TEST(Scheduler, NumAllocatorQuarantinesAndFollowsItsConfiguration) {
    VirtualLoop loop;
-   Ptr<Hesk::NumAllocatorConfig> cfg(new Hesk::NumAllocatorConfig({100, 103}));
+   Ptr<Hesk::NumAllocatorConfig> cfg(new Hesk::NumAllocatorConfig(100));
+   cfg->rangeIs(Hesk::Range::of(100, 103));
    cfg->expiryTimeIs(5.0);
-   Hesk::NumAllocator alloc(cfg, nullptr, &loop.am);
+   Ptr<Hesk::NumAllocatorStatus> st(new Hesk::NumAllocatorStatus);
+   ExhaustionWatcher watcher(st);
+   Hesk::NumAllocator alloc(cfg, st, &loop.am);
    EXPECT_TRUE(alloc.reserveNumber(101));
    EXPECT_FALSE(alloc.reserveNumber(101));
    EXPECT_FALSE(alloc.reserveNumber(99));
@@ -149,11 +164,53 @@ TEST(Scheduler, NumAllocatorHoldsReleasedNumbersBack) {
    EXPECT_EQ(102u, alloc.getNumber());
    EXPECT_EQ(103u, alloc.getNumber());
    EXPECT_EQ(Hesk::NumAllocator::kNone, alloc.getNumber());
+   EXPECT_EQ(std::vector<bool>{true}, watcher.changes);
+
+   // A released number is quarantined, not handed out, and a second release
+   // of it, or of a number nobody holds, changes nothing.
    alloc.releaseNumber(100);
-   EXPECT_TRUE(alloc.isReserved(100));
+   alloc.releaseNumber(100);
+   alloc.releaseNumber(99);
+   EXPECT_FALSE(alloc.isReserved(100));
+   EXPECT_TRUE(alloc.isQuarantined(100));
+   EXPECT_FALSE(alloc.reserveNumber(100));
+   EXPECT_EQ(1u, st->quarantined());
    EXPECT_EQ(Hesk::NumAllocator::kNone, alloc.getNumber());
-   loop.am.runFor(5.0);
+   // The timer returns it when the quarantine ends, and that ends the exhaustion.
+   loop.am.runFor(4.9);
+   EXPECT_EQ(std::vector<bool>{true}, watcher.changes);
+   loop.am.runFor(0.2);
+   EXPECT_EQ((std::vector<bool>{true, false}), watcher.changes);
+   EXPECT_EQ(0u, st->quarantined());
    EXPECT_EQ(100u, alloc.getNumber());
+   EXPECT_EQ(Hesk::NumAllocator::kNone, alloc.getNumber());
+
+   // A new range takes effect at once: held numbers inside it stay held,
+   // those outside are forgotten, and quarantine outside it ends.
+   alloc.releaseNumber(103);
+   cfg->rangeIs(Hesk::Range::of(101, 110));
+   EXPECT_TRUE(alloc.isReserved(101));
+   EXPECT_TRUE(alloc.isReserved(102));
+   EXPECT_FALSE(alloc.isReserved(100));
+   EXPECT_TRUE(alloc.isQuarantined(103));
+   EXPECT_EQ(2u, alloc.allocatedCount());
+   // A range with room ends the exhaustion too.
+   EXPECT_EQ(std::vector<bool>({true, false, true, false}), watcher.changes);
+   EXPECT_EQ(104u, alloc.getNumber());
+   cfg->rangeIs(Hesk::Range::of(200, 201));
+   EXPECT_EQ(0u, alloc.allocatedCount());
+   EXPECT_EQ(0u, alloc.quarantinedCount());
+   EXPECT_FALSE(alloc.isReserved(101));
+   EXPECT_TRUE(alloc.reserveNumber(201));
+   EXPECT_TRUE(alloc.isReserved(201));
+   EXPECT_EQ(200u, alloc.getNumber());
+   // Moving back does not bring the old holders back.
+   cfg->rangeIs(Hesk::Range::of(101, 110));
+   EXPECT_FALSE(alloc.isReserved(101));
+   EXPECT_EQ(101u, alloc.getNumber());
+   cfg->rangeIs(Hesk::Range::empty());
+   EXPECT_EQ(Hesk::NumAllocator::kNone, alloc.getNumber());
+   EXPECT_THROW(Hesk::Range::of(5, 4), Vek::RangeException);
 }
 
 TEST(Trace, LevelTestGuardsTheText) {
