@@ -158,7 +158,7 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
    // protocol configuration records exist when the root first looks.
    ldpProtoConfigSmManager_ = LdpProtoConfigSmManager::LdpProtoConfigSmManagerIs(
       0, ldpConfigColl_, ldpProtoConfigColl_, ldpEnabledVrfColl_, ldpAgentStatus_, ipStatus_,
-      allIntfStatusDir_, mplsConfig_, routingConfig_, routingAclConfig_, scheduler_);
+      allVrfStatusLocal_, allIntfStatusDir_, mplsConfig_, routingConfig_, routingAclConfig_, scheduler_);
    madeLog_.push_back("ldpProtoConfigSmManager");
 
    // The root machine last, with all inputs in the order of its constructor.

@@ -69,6 +69,23 @@ void LdpProtoConfigSm::vrfIpIntfStatusIs(Vek::Ptr<Ip::VrfIpIntfStatus const> con
    }
 }
 
+void LdpProtoConfigSm::vrfStatusLocalIs(Vek::Ptr<Ip::VrfStatusLocal const> const& v) {
+   if (v == vrfStatusLocal_.notifier()) return;
+   if (v) vrfStatusLocal_.assign(this, v, &LdpProtoConfigSm::handleState);
+   else {
+      vrfStatusLocal_.reset();
+      handleState();
+   }
+}
+
+// The VRF came, went or changed state: evaluate at once, unless the first
+// start's delay is still running.
+void LdpProtoConfigSm::handleState() {
+   if (!initialized_ || startupDelay_) return;
+   immediateProcess_ = true;
+   inputTimerTask_->scheduleTaskDelay(0.0);
+}
+
 void LdpProtoConfigSm::handleTimerTaskExpire() {
    LDP_HANDLER(th, "LdpProtoConfigSm::handleTimerTaskExpire");
    immediateProcess_ = false;
@@ -189,6 +206,8 @@ void LdpProtoConfigSm::handleConfig() {
    pc->ldpProtoParamSettingIs(config_->ldpProtoParamSetting());
    pc->keepAliveTimeIs(config_->keepAliveTime());
    pc->maxPduLengthIs(config_->maxPduLength());
+   pc->ldpHopCountMaxIs(config_->ldpHopCountMax());
+   pc->ldpMultiLabelSupportIs(config_->ldpMultiLabelSupport());
    handleConfigStaticTarget();
 
    Vek::Ptr<Acl::PrefixList const> list;
@@ -197,7 +216,10 @@ void LdpProtoConfigSm::handleConfig() {
    fecFilter_->prefixListIs(list);
 
    char const* fail = nullptr;
-   if (!vrfIpIntfStatus_.notifier()) fail = "vrfIpIntfStatus is NULL";
+   auto vrf = vrfStatusLocal_.notifier();
+   if (vrfName_ != L3::defaultVrfName() && (!vrf || vrf->state() != Ip::vrfActive_))
+      fail = "VRF is not active";
+   else if (!vrfIpIntfStatus_.notifier()) fail = "vrfIpIntfStatus is NULL";
    else if (!config_->enabled()) fail = "LDP is disabled in LDP config";
    else if (mplsRoutingConfig_ && !mplsRoutingConfig_->mplsRouting())
       fail = "MPLS is disabled in MPLS config";
@@ -347,6 +369,7 @@ LdpProtoConfigSmManager::LdpProtoConfigSmManager(
    Vek::Ptr<LdpProtoConfigColl> const& ldpProtoConfigColl,
    Vek::Ptr<LdpEnabledVrfColl const> const& ldpEnabledVrfColl,
    Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus, Vek::Ptr<Ip::Status const> const& ipStatus,
+   Vek::Ptr<Ip::AllVrfStatusLocal const> const& allVrfStatusLocal,
    Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
    Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
    Vek::Ptr<Routing::Config const> const& routingConfig,
@@ -356,12 +379,14 @@ LdpProtoConfigSmManager::LdpProtoConfigSmManager(
      ldpProtoConfigColl_(Vek::validPtr(ldpProtoConfigColl)),
      ldpEnabledVrfColl_(Vek::validPtr(ldpEnabledVrfColl)),
      ldpAgentStatus_(Vek::validPtr(ldpAgentStatus)), ipStatus_(Vek::validPtr(ipStatus)),
+     allVrfStatusLocal_(Vek::validPtr(allVrfStatusLocal)),
      allIntfStatusDir_(Vek::validPtr(allIntfStatusDir)), mplsRoutingConfig_(mplsRoutingConfig),
      routingConfig_(routingConfig), routingAclConfig_(routingAclConfig),
      scheduler_(Vek::validPtr(scheduler)) {
    ldpConfigCollReactor_.init(this, ldpConfigColl_);
    ldpEnabledVrfCollReactor_.init(this, ldpEnabledVrfColl_);
    ipStatusReactor_.init(this, ipStatus_);
+   allVrfStatusLocalReactor_.init(this, allVrfStatusLocal_);
    handleInitialized();
 }
 
@@ -386,6 +411,7 @@ void LdpProtoConfigSmManager::handleLdpCliInput(L3::VrfName const& vrf) {
       ldpProtoConfigSm_.is(vrf, LdpProtoConfigSm::LdpProtoConfigSmIs(
                                    instId(), vrf, config, ldpAgentStatus_, pc, allIntfStatusDir_,
                                    mplsRoutingConfig_, routingConfig_, routingAclConfig_, scheduler_));
+      handleVrf(vrf);
       handleVrfIpIntfStatus(vrf);
       return;
    }
@@ -394,6 +420,11 @@ void LdpProtoConfigSmManager::handleLdpCliInput(L3::VrfName const& vrf) {
    // The machine writes the record's last values as it goes.
    ldpProtoConfigSm_.del(vrf);
    ldpProtoConfigColl_->protoConfigDel(vrf);
+}
+
+void LdpProtoConfigSmManager::handleVrf(L3::VrfName const& vrf) {
+   if (!initialized_ || vrf == L3::defaultVrfName()) return;
+   if (auto sm = ldpProtoConfigSm_.find(vrf)) sm->vrfStatusLocalIs(allVrfStatusLocal_->vrf(vrf));
 }
 
 void LdpProtoConfigSmManager::handleVrfIpIntfStatus(L3::VrfName const& vrf) {

@@ -27,6 +27,9 @@ class LdpProtoConfigSm : public LdpSm {
                     Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
    L3::VrfName const& vrfName() const { return vrfName_; }
+   // The VRF's own state, assigned by the manager (the default VRF has none):
+   // LDP runs only in an active VRF.
+   void vrfStatusLocalIs(Vek::Ptr<Ip::VrfStatusLocal const> const& v);
    ProtoConfig* protoConfig() const { return protoConfig_.ptr(); }
    Vek::Ptr<Ip::VrfIpIntfStatus const> vrfIpIntfStatus() const { return vrfIpIntfStatus_.notifier(); }
    // Assigned by the manager; an assignment is a change of the interfaces.
@@ -47,6 +50,7 @@ class LdpProtoConfigSm : public LdpSm {
    // Reactor handlers of the inputs.
    void handleMplsRouting() { handleConfig(); }
    void handleRouting() { handleConfig(); }
+   void handleState();
    void handlePrefixList(Vek::String const& name) { handleAclConfig(name); }
    void handleIntfStatus(Nolu::IntfId const& intf);
    void handleVrfIpIntf(Nolu::IntfId const& intf);
@@ -75,6 +79,9 @@ class LdpProtoConfigSm : public LdpSm {
       void onLinkReadyTimeout() override { config(); }
       void onLinkReadyDelay() override { config(); }
       void onKeepAliveTime() override { config(); }
+      void onMaxPduLength() override { config(); }
+      void onLdpHopCountMax() override { config(); }
+      void onLdpMultiLabelSupport() override { config(); }
       void onStaticTarget(Nolu::IpGenAddr const& ip) override {
          fwd([&ip](LdpProtoConfigSm* sm) { sm->handleConfigStaticTarget(ip); });
       }
@@ -123,6 +130,7 @@ class LdpProtoConfigSm : public LdpSm {
    Vek::Input<Acl::AclListConfig::Reactor<LdpProtoConfigSm>> routingAclConfigReactor_;
    Vek::Input<Interface::AllIntfStatusDir::Reactor<LdpProtoConfigSm>> allIntfStatusDirReactor_;
    Vek::Input<VrfIpIntfStatusReactor> vrfIpIntfStatus_;
+   Vek::Input<Ip::VrfStatusLocal::Reactor<LdpProtoConfigSm>> vrfStatusLocal_;
    Vek::ReactorColl<Nolu::IntfId, Ip::IpIntfStatus::MemberReactor<LdpProtoConfigSm, Nolu::IntfId>>
       ipIntfStatus_;
    Vek::ReactorColl<Nolu::IntfId,
@@ -142,6 +150,7 @@ class LdpProtoConfigSmManager : public LdpSm {
                            Vek::Ptr<LdpEnabledVrfColl const> const& ldpEnabledVrfColl,
                            Vek::Ptr<LdpAgentStatus const> const& ldpAgentStatus,
                            Vek::Ptr<Ip::Status const> const& ipStatus,
+                           Vek::Ptr<Ip::AllVrfStatusLocal const> const& allVrfStatusLocal,
                            Vek::Ptr<Interface::AllIntfStatusDir const> const& allIntfStatusDir,
                            Vek::Ptr<Mpls::Config const> const& mplsRoutingConfig,
                            Vek::Ptr<Routing::Config const> const& routingConfig,
@@ -157,6 +166,8 @@ class LdpProtoConfigSmManager : public LdpSm {
    void handleLdpCliInput();
    void handleLdpCliInput(L3::VrfName const& vrf);
    void handleVrfIpIntfStatus(L3::VrfName const& vrf);
+   // Gives the machine of a VRF that VRF's state, when it has one.
+   void handleVrf(L3::VrfName const& vrf);
    // Reactor handlers of the inputs.
    void handleConfig(L3::VrfName const& vrf) { handleLdpCliInput(vrf); }
    void handleEnabledVrf(L3::VrfName const& vrf) { handleLdpCliInput(vrf); }
@@ -167,6 +178,7 @@ class LdpProtoConfigSmManager : public LdpSm {
    Vek::Ptr<LdpEnabledVrfColl const> ldpEnabledVrfColl_;
    Vek::Ptr<LdpAgentStatus const> ldpAgentStatus_;
    Vek::Ptr<Ip::Status const> ipStatus_;
+   Vek::Ptr<Ip::AllVrfStatusLocal const> allVrfStatusLocal_;
    Vek::Ptr<Interface::AllIntfStatusDir const> allIntfStatusDir_;
    Vek::Ptr<Mpls::Config const> mplsRoutingConfig_;
    Vek::Ptr<Routing::Config const> routingConfig_;
@@ -177,6 +189,7 @@ class LdpProtoConfigSmManager : public LdpSm {
    Vek::Input<LdpConfigColl::Reactor<LdpProtoConfigSmManager>> ldpConfigCollReactor_;
    Vek::Input<LdpEnabledVrfColl::Reactor<LdpProtoConfigSmManager>> ldpEnabledVrfCollReactor_;
    Vek::Input<Ip::Status::Reactor<LdpProtoConfigSmManager>> ipStatusReactor_;
+   Vek::Input<Ip::AllVrfStatusLocal::Reactor<LdpProtoConfigSmManager>> allVrfStatusLocalReactor_;
 };
 
 }  // namespace Ldp

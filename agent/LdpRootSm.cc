@@ -76,6 +76,10 @@ void LdpRootSm::handleInitialized() {
 
 void LdpRootSm::handleDelete() {
    initialized_ = false;
+   // The agent goes: every VRF's session machines go before its root, as
+   // they do when LDP stops in a VRF.
+   for (auto it = ldpRoot_.begin(); it; ++it)
+      if (auto* m = it.value()->ldpSessionSmManager()) m->handleLdpSessionDeleteAll();
 }
 
 void LdpRootSm::handleProtoConfig(L3::VrfName const& vrf) {
@@ -115,6 +119,14 @@ void LdpRootSm::handleConfig(L3::VrfName const& vrf) {
       reason = "   LDP is not enabled, deleting.";
    bool create = !reason;
    if (create) reason = "   Creating VRF ldpRoot";
+   else if (pc && pc->runningState() == running_ && ldpRoot_.find(vrf)) {
+      // The protocol configuration stops LDP in this VRF on the same grounds;
+      // its stopping value takes the session layer down while the root still
+      // stands, and its disabled value brings us back here.
+      reason_ = "   Waiting for LDP to stop.";
+      LDP_TRACE(th, 5, "Vrf " << vrf << reason_);
+      return;
+   }
    reason_ = reason;
    LDP_TRACE(th, 5, "Vrf " << vrf << reason);
    if (create) handleVrfCreate(vrf);
@@ -226,16 +238,6 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
 
 void LdpRootSm::handleVrfDelete(L3::VrfName const& vrf) {
    auto root = ldpRoot_.find(vrf);
-   auto pc = in_.ldpProtoConfigColl->protoConfig(vrf);
-   if (root && pc && pc->runningState() == running_) {
-      // The VRF goes while LDP runs in it: the session layer comes down first,
-      // through the stopping value, while the old values still hold. The
-      // disabled value that follows brings us back here.
-      LDP_TRACE(th, 5, "Stopping Vrf " << vrf << " before deleting its root");
-      pc->runningStateIs(stopping_);
-      pc->runningStateIs(disabled_);
-      return;
-   }
    if (!root && !in_.ldpStatusColl->statusHas(vrf)) return;
    LDP_HANDLER(th, "LdpRootSm::handleVrfDelete " << vrf);
    if (vrf != L3::defaultVrfName() && in_.teshEntityManager) {

@@ -55,6 +55,10 @@ void LdpSessionSmManager::handleRunningState() {
       return;
    }
    LDP_TRACE(th, 5, "Removing all sessions, runningState " << in_.protoConfig->runningState());
+   handleLdpSessionDeleteAll();
+}
+
+void LdpSessionSmManager::handleLdpSessionDeleteAll() {
    while (in_.ldpSessionSmColl->sessionCtrlSms()) {
       LdpSessionId id(in_.ldpSessionSmColl->sessionCtrlSm.begin().key());
       handleLdpSessionDelete(id);

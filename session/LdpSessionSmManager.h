@@ -77,6 +77,8 @@ class LdpSessionSmManager : public LdpSm {
    void handleLdpSessionConfig(LdpSessionId const& id);
    void handleLdpSessionCreate(LdpSessionId const& id);
    void handleLdpSessionDelete(LdpSessionId const& id);
+   // Takes every session's machines down.
+   void handleLdpSessionDeleteAll();
    // Sessions come down while LDP stops in the VRF, and back when it runs.
    void handleRunningState();
    void handleSessionConfig(LdpSessionId const& id) { handleLdpSessionConfig(id); }

@@ -39,6 +39,7 @@ struct ProtoConfigTest : ::testing::Test {
    Ptr<LdpEnabledVrfColl> enabled{new LdpEnabledVrfColl};
    Ptr<LdpAgentStatus> agentStatus{new LdpAgentStatus};
    Ptr<Ip::Status> ipStatus{new Ip::Status};
+   Ptr<Ip::AllVrfStatusLocal> vrfs{new Ip::AllVrfStatusLocal};
    Ptr<Interface::AllIntfStatusDir> intfDir{new Interface::AllIntfStatusDir};
    Ptr<Mpls::Config> mpls{new Mpls::Config};
    Ptr<Routing::Config> routing{new Routing::Config};
@@ -61,8 +62,8 @@ struct ProtoConfigTest : ::testing::Test {
       cfg->enabledIs(true);
       enabled->enabledVrfIs("default", true);
       mgr = LdpProtoConfigSmManager::LdpProtoConfigSmManagerIs(
-         0, configColl, protoColl, enabled, agentStatus, ipStatus, intfDir, mpls, routing, acl,
-         sched);
+         0, configColl, protoColl, enabled, agentStatus, ipStatus, vrfs, intfDir, mpls, routing,
+         acl, sched);
    }
    Ptr<ProtoConfig> pc() { return protoColl->protoConfig("default"); }
    Ptr<Config> cfg() { return configColl->config("default"); }
@@ -200,4 +201,72 @@ TEST_F(ProtoConfigTest, FecsFollowTheRecord) {
    EXPECT_TRUE(fb->ldpLoopDetection());
    EXPECT_EQ(IpAddr(1, 1, 1, 1), fb->routerId());
    EXPECT_EQ(conservativeRetention_, fb->ldpLabelRetention());
+}
+
+TEST_F(ProtoConfigTest, EveryCarriedSettingReachesTheRecordAtOnce) {
+   intfIs("Loopback0", IpAddr(1, 1, 1, 1));
+   start(1);
+   am.runFor(0.0);
+   ASSERT_EQ(running_, pc()->runningState());
+   // Each change shows in the record before anything else happens.
+   cfg()->maxPduLengthIs(8000);
+   EXPECT_EQ(8000, pc()->maxPduLength());
+   cfg()->keepAliveTimeIs(40);
+   EXPECT_EQ(40, pc()->keepAliveTime());
+   cfg()->ldpHopCountMaxIs(32);
+   EXPECT_EQ(32, pc()->ldpHopCountMax());
+   cfg()->ldpMultiLabelSupportIs(true);
+   EXPECT_TRUE(pc()->ldpMultiLabelSupport());
+   cfg()->ldpLoopDetectionIs(true);
+   EXPECT_TRUE(pc()->ldpLoopDetection());
+   cfg()->ldpLabelDistCtrlIs(orderedDistCtrl_);
+   EXPECT_EQ(orderedDistCtrl_, pc()->ldpLabelDistCtrl());
+   cfg()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+   EXPECT_EQ(downstreamOnDemandAdvDspl_, pc()->ldpLabelAdvDspl());
+   cfg()->ldpLabelRetentionIs(conservativeRetention_);
+   EXPECT_EQ(conservativeRetention_, pc()->ldpLabelRetention());
+   cfg()->linkReadyDelayIs(3.0);
+   EXPECT_EQ(3.0, pc()->linkReadyDelay());
+   cfg()->linkReadyTimeoutIs(9.0);
+   EXPECT_EQ(9.0, pc()->linkReadyTimeout());
+   cfg()->ldpProtoParamSettingIs(LdpProtoParamSetting(1u << 3));
+   EXPECT_EQ(LdpProtoParamSetting(1u << 3), pc()->ldpProtoParamSetting());
+   cfg()->md5PasswordIs("secret");
+   EXPECT_EQ("secret", pc()->md5Password());
+   cfg()->staticTargetIs(Nolu::IpGenAddr(IpAddr(2, 2, 2, 2)), true);
+   EXPECT_TRUE(pc()->staticTargetHas(Nolu::IpGenAddr(IpAddr(2, 2, 2, 2))));
+}
+
+TEST_F(ProtoConfigTest, AnotherVrfRunsOnlyWhileActive) {
+   auto red = vrfs->vrfIs("red");
+   red->stateIs(Ip::vrfActive_);
+   auto ip = ipStatus->vrfIpIntfStatusIs("red");
+   intfDir->intfStatusIs(IntfId("loRed"))->operStatusIs(Interface::intfOperUp_);
+   ip->ipIntfStatusIs(IntfId("loRed"))->activeAddrWithMaskIs(
+      Nolu::IpAddrWithMask(IpAddr(2, 2, 2, 2), 32));
+   agentStatus->numStartupsIs(1);
+   configColl->configIs("red")->enabledIs(true);
+   enabled->enabledVrfIs("red", true);
+   mgr = LdpProtoConfigSmManager::LdpProtoConfigSmManagerIs(
+      0, configColl, protoColl, enabled, agentStatus, ipStatus, vrfs, intfDir, mpls, routing, acl,
+      sched);
+   am.runFor(0.0);
+   auto rec = protoColl->protoConfig("red");
+   ASSERT_TRUE(rec);
+   EXPECT_EQ(running_, rec->runningState());
+   auto watch = Vek::makeSm<RunningStateWatch>(rec);
+   red->stateIs(Ip::vrfInactive_);
+   am.runFor(0.0);
+   EXPECT_EQ("VRF is not active", rec->reason());
+   // Reactors see both values with the old router id.
+   EXPECT_EQ((std::vector<std::string>{"2/2.2.2.2", "3/2.2.2.2"}), watch->seen);
+   red->stateIs(Ip::vrfActive_);
+   am.runFor(0.0);
+   EXPECT_EQ("Enabled", rec->reason());
+   EXPECT_EQ(running_, rec->runningState());
+   // A VRF that disappears from the table is not active either.
+   vrfs->vrfDel("red");
+   am.runFor(0.0);
+   EXPECT_EQ("VRF is not active", rec->reason());
+   EXPECT_EQ(disabled_, rec->runningState());
 }

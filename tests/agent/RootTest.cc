@@ -165,6 +165,7 @@ TEST_F(RootTest, OtherVrfFollowsItsStateAndIpStatus) {
    EXPECT_FALSE(rootSm()->ldpRoot("red"));
    EXPECT_EQ("   VRF is not active, deleting.", rootSm()->reason());
    red->stateIs(Ip::vrfActive_);
+   am.runFor(0.0);
    EXPECT_TRUE(rootSm()->ldpRoot("red"));
 
    // The VRF loses its IP status: the session layer sees LDP stop while the
@@ -172,6 +173,8 @@ TEST_F(RootTest, OtherVrfFollowsItsStateAndIpStatus) {
    auto pc = agent->ldpProtoConfigColl()->protoConfig("red");
    auto log = Vek::makeSm<StateLog>(pc, rootSm(), "red");
    writable(agent->ipStatus())->vrfIpIntfStatusDel("red");
+   EXPECT_EQ("   Waiting for LDP to stop.", rootSm()->reason());
+   am.runFor(0.0);
    EXPECT_FALSE(rootSm()->ldpRoot("red"));
    EXPECT_EQ("   vrfIpIntfStatus is NULL, deleting.", rootSm()->reason());
    ASSERT_GE(log->seen.size(), 2u);
@@ -184,6 +187,21 @@ TEST_F(RootTest, OtherVrfFollowsItsStateAndIpStatus) {
    intfIs(4, "loRed", IpAddr(2, 2, 2, 2), 32, "red", true);
    am.runFor(2.0);
    ASSERT_TRUE(rootSm()->ldpRoot("red"));
+
+   // The VRF goes inactive while LDP runs: the record alone says so, the
+   // session layer sees it stop with the root standing, and the root goes.
+   // Back to active, the root comes back with the record running.
+   log = Vek::makeSm<StateLog>(pc, rootSm(), "red");
+   red->stateIs(Ip::vrfInactive_);
+   am.runFor(0.0);
+   EXPECT_FALSE(rootSm()->ldpRoot("red"));
+   EXPECT_EQ((std::vector<std::string>{"2+root", "3-root"}), log->seen);
+   EXPECT_EQ("VRF is not active", pc->reason());
+   red->stateIs(Ip::vrfActive_);
+   am.runFor(0.0);
+   ASSERT_TRUE(rootSm()->ldpRoot("red"));
+   EXPECT_EQ(running_, pc->runningState());
+   EXPECT_EQ("Enabled", pc->reason());
    pc->runningStateIs(stopping_);
    red->stateIs(Ip::vrfInactive_);
    EXPECT_TRUE(rootSm()->ldpRoot("red"));
