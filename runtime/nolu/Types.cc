@@ -1,5 +1,8 @@
 #include "runtime/nolu/Types.h"
 
+#include <deque>
+#include <unordered_map>
+
 #include <arpa/inet.h>
 
 #include <cstdio>
@@ -90,6 +93,42 @@ Vek::String Ip6Addr::stringValue() const {
 
 // ---- IpGenAddr
 
+namespace {
+
+// The IPv6 addresses and interface names that the process has met, each kept
+// once under a number. They are few and never given back.
+template <class T, class H = ValueHash<T>>
+class Interned {
+ public:
+   explicit Interned(T none) { values_.push_back(std::move(none)); }
+   U32 id(T const& v) {
+      auto [it, fresh] = ids_.try_emplace(v, U32(values_.size()));
+      if (fresh) values_.push_back(v);
+      return it->second;
+   }
+   T const& value(U32 id) const { return values_[id]; }
+
+ private:
+   std::deque<T> values_;
+   std::unordered_map<T, U32, H> ids_;
+};
+
+Interned<Ip6Addr>& ip6Addrs() {
+   static Interned<Ip6Addr> t{Ip6Addr()};
+   return t;
+}
+
+Interned<std::string, std::hash<std::string>>& intfNames() {
+   static Interned<std::string, std::hash<std::string>> t{std::string()};
+   return t;
+}
+
+}  // namespace
+
+IpGenAddr::IpGenAddr(Ip6Addr const& a) : v_(ip6Addrs().id(a)), af_(ipv6_) {}
+
+Ip6Addr const& IpGenAddr::v6Addr() const { return ip6Addrs().value(af_ == ipv6_ ? v_ : 0); }
+
 std::optional<IpGenAddr> IpGenAddr::fromString(std::string_view s) {
    if (auto v4 = IpAddr::fromString(s)) return IpGenAddr(*v4);
    if (auto v6 = Ip6Addr::fromString(s)) return IpGenAddr(*v6);
@@ -97,35 +136,28 @@ std::optional<IpGenAddr> IpGenAddr::fromString(std::string_view s) {
 }
 
 void IpGenAddr::bytesAre(U8* p) const {
-   if (af_ == ipv4_) v4_.bytesAre(p);
-   else if (af_ == ipv6_) v6_.bytesAre(p);
-}
-
-bool IpGenAddr::operator==(IpGenAddr const& o) const {
-   if (af_ != o.af_) return false;
-   if (af_ == ipv4_) return v4_ == o.v4_;
-   if (af_ == ipv6_) return v6_ == o.v6_;
-   return true;
+   if (af_ == ipv4_) v4Addr().bytesAre(p);
+   else if (af_ == ipv6_) v6Addr().bytesAre(p);
 }
 
 bool IpGenAddr::operator<(IpGenAddr const& o) const {
    if (af_ != o.af_) return af_ < o.af_;
-   if (af_ == ipv4_) return v4_ < o.v4_;
-   if (af_ == ipv6_) return v6_ < o.v6_;
+   if (af_ == ipv4_) return v_ < o.v_;
+   if (af_ == ipv6_) return v_ != o.v_ && v6Addr() < o.v6Addr();
    return false;
 }
 
-std::size_t IpGenAddr::hash() const {
-   if (af_ == ipv4_) return Vek::hashMix(U64(v4_.value()) | (U64(ipv4_) << 32));
-   if (af_ == ipv6_) return v6_.hash();
-   return 0;
-}
-
 Vek::String IpGenAddr::stringValue() const {
-   if (af_ == ipv4_) return v4_.stringValue();
-   if (af_ == ipv6_) return v6_.stringValue();
+   if (af_ == ipv4_) return v4Addr().stringValue();
+   if (af_ == ipv6_) return v6Addr().stringValue();
    return "unspecified";
 }
+
+// ---- IntfId
+
+IntfId::IntfId(std::string_view name) : id_(name.empty() ? 0 : intfNames().id(std::string(name))) {}
+
+Vek::String const& IntfId::name() const { return intfNames().value(id_); }
 
 // ---- masks and prefixes
 
@@ -176,20 +208,20 @@ Vek::String Prefix::stringValue() const {
    return addr_.stringValue() + "/" + std::to_string(len_);
 }
 
-IpGenPrefix::IpGenPrefix(IpGenAddr const& addr, U8 len) : len_(len) {
+IpGenPrefix::IpGenPrefix(IpGenAddr const& addr, U8 len) : af_(addr.af()), len_(len) {
    if (addr.isUnspecified()) throw Vek::RangeException("IpGenPrefix without address family");
    if (len > addr.byteLength() * 8) {
       throw Vek::RangeException("IpGenPrefix::len beyond the address length not allowed");
    }
    if (addr.isV4()) {
-      addr_ = IpAddr(addr.v4Addr().value() & v4Mask(len));
+      v_ = addr.v4Addr().value() & v4Mask(len);
    } else {
       Ip6Addr a = addr.v6Addr();
       for (unsigned i = 0; i < 16; ++i) {
          unsigned bitsHere = len > i * 8 ? len - i * 8 : 0;
          if (bitsHere < 8) a.u8Is(i, U8(a.u8(i) & U8(0xFF << (8 - bitsHere))));
       }
-      addr_ = a;
+      v_ = IpGenAddr(a).v_;
    }
 }
 
@@ -208,7 +240,7 @@ std::optional<IpGenPrefix> IpGenPrefix::fromString(std::string_view s) {
 
 Vek::String IpGenPrefix::stringValue() const {
    if (isEmpty()) return "empty";
-   return addr_.stringValue() + "/" + std::to_string(len_);
+   return addr().stringValue() + "/" + std::to_string(len_);
 }
 
 // ---- EthAddr

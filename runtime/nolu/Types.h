@@ -137,12 +137,14 @@ class Ip6Addr {
 };
 
 // An address of either version. The default value has no family and stands
-// for "unspecified".
+// for "unspecified". It is 8 bytes: an IPv4 address is held as it is, an IPv6
+// address by the number under which the process keeps it (addresses of either
+// version are few beside the tables keyed by them).
 class IpGenAddr {
  public:
    IpGenAddr() = default;
-   IpGenAddr(IpAddr a) : af_(ipv4_), v4_(a) {}
-   IpGenAddr(Ip6Addr const& a) : af_(ipv6_), v6_(a) {}
+   IpGenAddr(IpAddr a) : v_(a.value()), af_(ipv4_) {}
+   IpGenAddr(Ip6Addr const& a);
    static std::optional<IpGenAddr> fromString(std::string_view s);
 
    AddressFamily af() const { return af_; }
@@ -150,23 +152,26 @@ class IpGenAddr {
    bool isV6() const { return af_ == ipv6_; }
    bool isUnspecified() const { return af_ == ipunknown_; }
    // The IPv4 value; 0.0.0.0 unless the family is IPv4.
-   IpAddr v4Addr() const { return v4_; }
-   Ip6Addr const& v6Addr() const { return v6_; }
+   IpAddr v4Addr() const { return af_ == ipv4_ ? IpAddr(v_) : IpAddr(); }
+   // The IPv6 value; :: unless the family is IPv6.
+   Ip6Addr const& v6Addr() const;
    // Bytes of the address: 4 for IPv4, 16 for IPv6, 0 without family.
    unsigned byteLength() const { return af_ == ipv4_ ? 4 : af_ == ipv6_ ? 16 : 0; }
    void bytesAre(U8* p) const;
 
-   bool operator==(IpGenAddr const& o) const;
+   bool operator==(IpGenAddr const& o) const { return af_ == o.af_ && v_ == o.v_; }
    bool operator!=(IpGenAddr const& o) const { return !(*this == o); }
    bool operator<(IpGenAddr const& o) const;
-   std::size_t hash() const;
+   std::size_t hash() const { return Vek::hashMix(U64(v_) | (U64(af_) << 32)); }
    Vek::String stringValue() const;
 
  private:
+   friend class IpGenPrefix;
+   IpGenAddr(AddressFamily af, U32 v) : v_(v), af_(af) {}
+   U32 v_ = 0;
    AddressFamily af_ = ipunknown_;
-   IpAddr v4_;
-   Ip6Addr v6_;
 };
+static_assert(sizeof(IpGenAddr) == 8);
 
 // An IPv4 address with a mask length; the host bits are kept.
 class IpAddrWithMask {
@@ -238,33 +243,39 @@ class Prefix {
 };
 
 // A prefix of either version; the default value has no family ("empty").
+// Like the address, it is 8 bytes.
 class IpGenPrefix {
  public:
    IpGenPrefix() = default;
-   IpGenPrefix(Prefix const& p) : addr_(p.addr()), len_(p.len()) {}
+   IpGenPrefix(Prefix const& p) : v_(p.addr().value()), af_(ipv4_), len_(p.len()) {}
    // Raises RangeException for a length beyond the family's bits or an
    // address without family.
    IpGenPrefix(IpGenAddr const& addr, U8 len);
    static std::optional<IpGenPrefix> fromString(std::string_view s);
 
-   AddressFamily af() const { return addr_.af(); }
-   bool isEmpty() const { return addr_.af() == ipunknown_; }
-   IpGenAddr const& addr() const { return addr_; }
+   AddressFamily af() const { return af_; }
+   bool isEmpty() const { return af_ == ipunknown_; }
+   IpGenAddr addr() const { return IpGenAddr(af_, v_); }
    U8 len() const { return len_; }
-   Prefix v4Prefix() const { return Prefix(addr_.v4Addr(), len_); }
+   Prefix v4Prefix() const { return Prefix(addr().v4Addr(), len_); }
 
-   bool operator==(IpGenPrefix const& o) const { return addr_ == o.addr_ && len_ == o.len_; }
+   bool operator==(IpGenPrefix const& o) const {
+      return af_ == o.af_ && v_ == o.v_ && len_ == o.len_;
+   }
    bool operator!=(IpGenPrefix const& o) const { return !(*this == o); }
    bool operator<(IpGenPrefix const& o) const {
-      return addr_ < o.addr_ || (addr_ == o.addr_ && len_ < o.len_);
+      if (addr() != o.addr()) return addr() < o.addr();
+      return len_ < o.len_;
    }
-   std::size_t hash() const { return Vek::hashMix(addr_.hash() + len_); }
+   std::size_t hash() const { return Vek::hashMix((U64(v_) << 16) | (U64(af_) << 8) | len_); }
    Vek::String stringValue() const;
 
  private:
-   IpGenAddr addr_;
+   U32 v_ = 0;
+   AddressFamily af_ = ipunknown_;
    U8 len_ = 0;
 };
+static_assert(sizeof(IpGenPrefix) == 8);
 
 class EthAddr {
  public:
@@ -294,23 +305,25 @@ class EthAddr {
 EthAddr ipMcastMacAddr(IpAddr group);
 
 // An interface, known by its name ("Ethernet1", "eth0"). The empty name is
-// the "no interface" value.
+// the "no interface" value. It is 4 bytes: the process keeps each name once
+// and an interface is the number of its name.
 class IntfId {
  public:
    IntfId() = default;
-   explicit IntfId(std::string_view name) : name_(name) {}
-   Vek::String const& name() const { return name_; }
-   bool isEmpty() const { return name_.empty(); }
+   explicit IntfId(std::string_view name);
+   Vek::String const& name() const;
+   bool isEmpty() const { return id_ == 0; }
 
-   bool operator==(IntfId const& o) const { return name_ == o.name_; }
-   bool operator!=(IntfId const& o) const { return name_ != o.name_; }
-   bool operator<(IntfId const& o) const { return name_ < o.name_; }
-   std::size_t hash() const { return Vek::hashBytes(name_.data(), name_.size()); }
-   Vek::String stringValue() const { return name_; }
+   bool operator==(IntfId const& o) const { return id_ == o.id_; }
+   bool operator!=(IntfId const& o) const { return id_ != o.id_; }
+   bool operator<(IntfId const& o) const { return id_ != o.id_ && name() < o.name(); }
+   std::size_t hash() const { return Vek::hashMix(id_); }
+   Vek::String stringValue() const { return name(); }
 
  private:
-   Vek::String name_;
+   U32 id_ = 0;
 };
+static_assert(sizeof(IntfId) == 4);
 
 // An MPLS label. 20 bits on the wire; the values above carry meanings of
 // their own inside the agent: null (no label) and any (every label).

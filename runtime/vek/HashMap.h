@@ -1,20 +1,32 @@
 #pragma once
-// Hash collections of the runtime. Entries live in a dense slot array and an
-// open-addressing index points into it. Walks go by slot number, so an
-// iterator survives the deletion of the member it stands on (the slot just
-// becomes empty) and of any other member; the walk order depends only on the
-// history of inserts and deletes, never on addresses, and is the same from run
-// to run.
+// Hash collections of the runtime.
+//
+// HashMap keeps its entries in a slot array and an open-addressing index of
+// slot numbers. An empty map is one pointer: the storage is made on the first
+// insert. Walks go by slot number, so an iterator survives the deletion of the
+// member it stands on (the slot just becomes empty) and of any other member,
+// and a walk resumes from a bookmark even when the bookmarked member has gone
+// meanwhile. The walk order depends only on the history of inserts and
+// deletes, never on addresses, and is the same from run to run.
+//
+// The map shrinks: when most of its slots are empty it packs the entries
+// (keeping their order) and gives the room back, unless an iterator is alive,
+// in which case it waits until none is. While an iterator is alive, inserts
+// also leave empty slots alone and append, so that nothing moves under a walk.
+#include <algorithm>
 #include <concepts>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "runtime/vek/Exception.h"
 #include "runtime/vek/Types.h"
 
 namespace Vek {
@@ -39,25 +51,56 @@ struct Hasher {
    }
 };
 
+// Where a bookmarked walk stands: the member it was to visit next, and that
+// member's slot, so that the walk goes on from there even if the member has
+// been deleted. A bookmark that is not set starts a walk at the beginning.
+template <class K>
+struct Bookmark {
+   K key{};
+   U32 slot = 0;
+   U32 epoch = 0;
+   bool set = false;
+   void clear() { set = false; }
+};
+
 template <class K, class V, class H = Hasher<K>>
 class HashMap {
-   struct Entry {
-      K key;
-      V value;
+   static constexpr U32 kNone = 0xffffffffu;
+   // A slot holds a member when its hash is not 0; a free slot links to the
+   // next free one.
+   struct Slot {
       U32 hash;
+      U32 nextFree;
+      alignas(K) unsigned char k[sizeof(K)];
+      alignas(V) unsigned char v[sizeof(V)];
+      K& key() { return *std::launder(reinterpret_cast<K*>(k)); }
+      V& value() { return *std::launder(reinterpret_cast<V*>(v)); }
+   };
+   struct Body {
+      Slot* slots = nullptr;
+      U32* index = nullptr;
+      U32 size = 0;
+      U32 used = 0;       // slots ever used, the high-water mark of the walk
+      U32 capacity = 0;   // slots allocated
+      U32 mask = 0;       // index buckets - 1
+      U32 freeHead = kNone;
+      U32 first = 0;      // no member lies below this slot
+      U32 live = 0;       // iterators alive
+      U32 epoch = 0;      // packings so far
    };
 
  public:
    HashMap() = default;
    HashMap(HashMap const&) = delete;
    HashMap& operator=(HashMap const&) = delete;
+   ~HashMap() { release(); }
 
-   std::size_t size() const { return size_; }
-   bool empty() const { return size_ == 0; }
+   std::size_t size() const { return b_ ? b_->size : 0; }
+   bool empty() const { return size() == 0; }
 
    V* find(K const& k) {
       U32 s = lookup(k);
-      return s == kNone ? nullptr : &slots_[s]->value;
+      return s == kNone ? nullptr : &b_->slots[s].value();
    }
    V const* find(K const& k) const { return const_cast<HashMap*>(this)->find(k); }
    bool contains(K const& k) const { return lookup(k) != kNone; }
@@ -66,62 +109,95 @@ class HashMap {
    // value and whether it was inserted.
    template <class... A>
    std::pair<V*, bool> emplace(K const& k, A&&... args) {
-      U64 h = H()(k);
+      U32 h = hashOf(k);
       U32 s = lookupHashed(k, h);
-      if (s != kNone) return {&slots_[s]->value, false};
-      if ((size_ + 1) * 2 > index_.size()) grow();
-      U32 slot;
-      if (!free_.empty()) {
-         slot = free_.back();
-         free_.pop_back();
-         slots_[slot].emplace(Entry{k, V(std::forward<A>(args)...), static_cast<U32>(h)});
+      if (s != kNone) return {&b_->slots[s].value(), false};
+      if (!b_) b_ = new Body;
+      Body& b = *b_;
+      if ((b.size + 1) * 4 > (b.mask + 1) * 3 || b.mask == 0) growIndex();
+      if (b.live == 0 && b.freeHead != kNone) {
+         s = b.freeHead;
+         b.freeHead = b.slots[s].nextFree;
       } else {
-         slot = static_cast<U32>(slots_.size());
-         slots_.emplace_back(Entry{k, V(std::forward<A>(args)...), static_cast<U32>(h)});
+         if (b.used == b.capacity) growSlots();
+         s = b.used++;
       }
-      place(slot, h);
-      ++size_;
-      return {&slots_[slot]->value, true};
+      Slot& sl = b.slots[s];
+      new (sl.k) K(k);
+      new (sl.v) V(std::forward<A>(args)...);
+      sl.hash = h;
+      place(s, h);
+      ++b.size;
+      if (s < b.first) b.first = s;
+      return {&sl.value(), true};
    }
 
    // Removes k; returns whether it was there. The removed value is returned
    // through out, if given, so that its destruction can happen after the map
    // is consistent again.
    bool erase(K const& k, V* out = nullptr) {
-      U64 h = H()(k);
-      std::size_t mask = index_.size() - 1;
-      if (index_.empty()) return false;
-      for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-         U32 s = index_[i];
+      if (!b_ || b_->size == 0) return false;
+      U32 h = hashOf(k);
+      Body& b = *b_;
+      for (U32 i = h & b.mask;; i = (i + 1) & b.mask) {
+         U32 s = b.index[i];
          if (s == kNone) return false;
-         auto& e = *slots_[s];
-         if (e.hash == static_cast<U32>(h) && e.key == k) {
+         Slot& sl = b.slots[s];
+         if (sl.hash == h && sl.key() == k) {
             unplace(i);
-            std::optional<Entry> dead;
-            dead.swap(slots_[s]);
-            free_.push_back(s);
-            --size_;
-            if (out) *out = std::move(dead->value);
+            std::optional<V> dead;
+            if (out) *out = std::move(sl.value());
+            else dead.emplace(std::move(sl.value()));
+            sl.value().~V();
+            sl.key().~K();
+            sl.hash = 0;
+            sl.nextFree = b.freeHead;
+            b.freeHead = s;
+            --b.size;
+            maybeShrink();
             return true;
          }
       }
    }
 
+   // Removes every member; the storage goes too unless a walk is under way.
    void clear() {
-      slots_.clear();
-      index_.clear();
-      free_.clear();
-      size_ = 0;
+      if (!b_) return;
+      Body& b = *b_;
+      for (U32 s = 0; s < b.used; ++s) destroySlot(s);
+      b.size = 0;
+      if (b.live == 0) {
+         release();
+         return;
+      }
+      std::fill(b.index, b.index + b.mask + 1, kNone);
    }
 
    class Iterator {
     public:
       Iterator() = default;
-      Iterator(HashMap const* m, std::size_t i) : m_(m), i_(i) { skip(); }
-      explicit operator bool() const { return m_ && i_ < m_->slots_.size(); }
-      K const& key() const { return (*m_->slots_[i_]).key; }
-      V const& value() const { return (*m_->slots_[i_]).value; }
-      V& value() { return const_cast<V&>((*m_->slots_[i_]).value); }
+      Iterator(HashMap const* m, U32 i) : m_(m), i_(i) {
+         enter();
+         skip();
+      }
+      Iterator(Iterator const& o) : m_(o.m_), i_(o.i_) { enter(); }
+      Iterator& operator=(Iterator const& o) {
+         if (this == &o) return *this;
+         leave();
+         m_ = o.m_;
+         i_ = o.i_;
+         enter();
+         return *this;
+      }
+      ~Iterator() { leave(); }
+
+      explicit operator bool() const { return m_ && m_->b_ && i_ < m_->b_->used; }
+      // Reading the member of an iterator whose member has been deleted is a
+      // fault of the caller: advance first.
+      K const& key() const { return slot().key(); }
+      V const& value() const { return slot().value(); }
+      V& value() { return slot().value(); }
+      bool valid() const { return *this && m_->b_->slots[i_].hash != 0; }
       Iterator& operator++() {
          ++i_;
          skip();
@@ -134,78 +210,208 @@ class HashMap {
       }
       // For range-for loops.
       std::pair<K const&, V const&> operator*() const { return {key(), value()}; }
+      // Where the walk stands, to resume it later from this member, or from
+      // its place if it has gone by then.
+      Bookmark<K> bookmark() const {
+         Bookmark<K> b;
+         if (!valid()) return b;
+         b.key = key();
+         b.slot = i_;
+         b.epoch = m_->b_->epoch;
+         b.set = true;
+         return b;
+      }
 
     private:
+      Slot& slot() const {
+         VEK_ASSERT(valid() && "Internal Error: iterator on a deleted member");
+         return m_->b_->slots[i_];
+      }
       void skip() {
-         while (m_ && i_ < m_->slots_.size() && !m_->slots_[i_]) ++i_;
+         if (!m_ || !m_->b_) return;
+         Body const& b = *m_->b_;
+         while (i_ < b.used && b.slots[i_].hash == 0) ++i_;
+      }
+      // A live iterator keeps the map from moving its members.
+      void enter() {
+         counted_ = m_ && m_->b_;
+         if (counted_) ++m_->b_->live;
+      }
+      void leave() {
+         if (counted_ && --m_->b_->live == 0) const_cast<HashMap*>(m_)->maybeShrink();
+         counted_ = false;
+         m_ = nullptr;
       }
       HashMap const* m_ = nullptr;
-      std::size_t i_ = 0;
+      U32 i_ = 0;
+      bool counted_ = false;
    };
 
-   Iterator begin() const { return Iterator(this, 0); }
+   Iterator begin() const {
+      if (!b_) return Iterator();
+      Body& b = *b_;
+      if (b.live == 0) const_cast<HashMap*>(this)->maybeShrink();
+      if (!b_) return Iterator();
+      // Members drained from the front leave empty slots that no walk needs
+      // to visit again.
+      while (b.first < b.used && b.slots[b.first].hash == 0) ++b.first;
+      return Iterator(this, b.first);
+   }
    Iterator end() const { return Iterator(); }
-   // The walk position of k, or the first member when k is absent: how a
-   // bookmarked walk resumes.
+   // The walk position of k, or the first member when k is absent.
    Iterator iterFrom(K const& k) const {
       U32 s = lookup(k);
-      return Iterator(this, s == kNone ? 0 : s);
+      return s == kNone ? begin() : Iterator(this, s);
+   }
+   // Resumes a bookmarked walk: at the bookmarked member, or where it stood
+   // if it has gone. Only a packing of the map since the bookmark, which
+   // happens once the map has shrunk to a quarter, makes a walk whose member
+   // has gone start over.
+   Iterator iterFrom(Bookmark<K> const& bm) const {
+      if (!bm.set || !b_) return begin();
+      if (bm.epoch == b_->epoch) return Iterator(this, std::max(bm.slot, b_->first));
+      U32 s = lookup(bm.key);
+      return s == kNone ? begin() : Iterator(this, s);
    }
    Iterator iterAt(K const& k) const {
       U32 s = lookup(k);
       return s == kNone ? Iterator() : Iterator(this, s);
    }
 
- private:
-   static constexpr U32 kNone = 0xffffffffu;
+   // Bytes held by the map, for the memory figures.
+   std::size_t bytes() const {
+      if (!b_) return 0;
+      return sizeof(Body) + b_->capacity * sizeof(Slot) + (b_->mask + 1) * sizeof(U32);
+   }
 
-   U32 lookup(K const& k) const { return lookupHashed(k, H()(k)); }
-   U32 lookupHashed(K const& k, U64 h) const {
-      if (index_.empty()) return kNone;
-      std::size_t mask = index_.size() - 1;
-      for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-         U32 s = index_[i];
+ private:
+   static U32 hashOf(K const& k) {
+      U32 h = static_cast<U32>(H()(k));
+      return h ? h : 1;  // 0 marks a free slot
+   }
+   U32 lookup(K const& k) const { return b_ && b_->size ? lookupHashed(k, hashOf(k)) : kNone; }
+   U32 lookupHashed(K const& k, U32 h) const {
+      if (!b_ || b_->size == 0) return kNone;
+      Body const& b = *b_;
+      for (U32 i = h & b.mask;; i = (i + 1) & b.mask) {
+         U32 s = b.index[i];
          if (s == kNone) return kNone;
-         auto const& e = *slots_[s];
-         if (e.hash == static_cast<U32>(h) && e.key == k) return s;
+         Slot& sl = b.slots[s];
+         if (sl.hash == h && sl.key() == k) return s;
       }
    }
-   void place(U32 slot, U64 h) {
-      std::size_t mask = index_.size() - 1;
-      std::size_t i = h & mask;
-      while (index_[i] != kNone) i = (i + 1) & mask;
-      index_[i] = slot;
+   void place(U32 slot, U32 h) {
+      Body& b = *b_;
+      U32 i = h & b.mask;
+      while (b.index[i] != kNone) i = (i + 1) & b.mask;
+      b.index[i] = slot;
    }
    // Backward-shift deletion keeps probe chains whole without tombstones.
-   void unplace(std::size_t i) {
-      std::size_t mask = index_.size() - 1;
-      std::size_t j = i;
+   void unplace(U32 i) {
+      Body& b = *b_;
+      U32 j = i;
       for (;;) {
-         j = (j + 1) & mask;
-         U32 s = index_[j];
+         j = (j + 1) & b.mask;
+         U32 s = b.index[j];
          if (s == kNone) break;
-         std::size_t home = slots_[s]->hash & mask;
+         U32 home = b.slots[s].hash & b.mask;
          // Move s back to i when its home is not in the cyclic range (i, j].
          bool between = (i <= j) ? (i < home && home <= j) : (i < home || home <= j);
          if (!between) {
-            index_[i] = s;
+            b.index[i] = s;
             i = j;
          }
       }
-      index_[i] = kNone;
+      b.index[i] = kNone;
    }
-   void grow() {
-      std::size_t n = index_.empty() ? 8 : index_.size() * 2;
-      // The index keys on the low 32 bits of the hash; the table never needs more.
-      index_.assign(n, kNone);
-      for (U32 s = 0; s < slots_.size(); ++s)
-         if (slots_[s]) place(s, slots_[s]->hash);
+   void rebuildIndex(U32 buckets) {
+      Body& b = *b_;
+      std::free(b.index);
+      b.index = static_cast<U32*>(std::malloc(buckets * sizeof(U32)));
+      if (!b.index) throw std::bad_alloc();
+      b.mask = buckets - 1;
+      std::fill(b.index, b.index + buckets, kNone);
+      for (U32 s = 0; s < b.used; ++s)
+         if (b.slots[s].hash) place(s, b.slots[s].hash);
+   }
+   void growIndex() {
+      U32 n = b_->mask ? (b_->mask + 1) * 2 : 4;
+      rebuildIndex(n);
+   }
+   void reallocSlots(U32 capacity) {
+      Body& b = *b_;
+      Slot* n = static_cast<Slot*>(std::malloc(std::size_t(capacity) * sizeof(Slot)));
+      if (!n) throw std::bad_alloc();
+      for (U32 s = 0; s < b.used; ++s) {
+         Slot& from = b.slots[s];
+         n[s].hash = from.hash;
+         n[s].nextFree = from.nextFree;
+         if (from.hash) {
+            new (n[s].k) K(std::move(from.key()));
+            new (n[s].v) V(std::move(from.value()));
+            from.value().~V();
+            from.key().~K();
+         }
+      }
+      std::free(b.slots);
+      b.slots = n;
+      b.capacity = capacity;
+   }
+   void growSlots() {
+      U32 c = b_->capacity;
+      reallocSlots(c < 4 ? 4 : c + c / 2);
+   }
+   void destroySlot(U32 s) {
+      Slot& sl = b_->slots[s];
+      if (!sl.hash) return;
+      sl.value().~V();
+      sl.key().~K();
+      sl.hash = 0;
+   }
+   // Packs the members into the front slots, in their order, and gives the
+   // room back, when a quarter or less of the used slots hold a member.
+   void maybeShrink() {
+      if (!b_ || b_->live) return;
+      Body& b = *b_;
+      if (b.size == 0) {
+         release();
+         return;
+      }
+      if (b.used < 16 || b.size * 4 > b.used) return;
+      U32 to = 0;
+      for (U32 s = 0; s < b.used; ++s) {
+         Slot& from = b.slots[s];
+         if (!from.hash) continue;
+         if (s != to) {
+            Slot& dst = b.slots[to];
+            new (dst.k) K(std::move(from.key()));
+            new (dst.v) V(std::move(from.value()));
+            dst.hash = from.hash;
+            from.value().~V();
+            from.key().~K();
+            from.hash = 0;
+         }
+         ++to;
+      }
+      b.used = to;
+      b.freeHead = kNone;
+      b.first = 0;
+      ++b.epoch;
+      reallocSlots(std::max<U32>(4, to + to / 2));
+      U32 buckets = 4;
+      while (buckets * 3 < to * 4) buckets *= 2;
+      rebuildIndex(buckets * 2 <= b.mask + 1 ? buckets * 2 : b.mask + 1);
+   }
+   void release() {
+      if (!b_) return;
+      for (U32 s = 0; s < b_->used; ++s) destroySlot(s);
+      std::free(b_->slots);
+      std::free(b_->index);
+      delete b_;
+      b_ = nullptr;
    }
 
-   std::vector<std::optional<Entry>> slots_;
-   std::vector<U32> index_;
-   std::vector<U32> free_;
-   std::size_t size_ = 0;
+   Body* b_ = nullptr;
 };
 
 // An ordered map whose iterator survives deletions: it remembers its key and
@@ -250,8 +456,16 @@ class OrderedMap {
          refresh();
          return m_ && it_ != m_->m_.end();
       }
-      K const& key() const { refresh(); return it_->first; }
-      V const& value() const { refresh(); return it_->second; }
+      K const& key() const {
+         refresh();
+         VEK_ASSERT(!moved_ && "Internal Error: iterator on a deleted member");
+         return it_->first;
+      }
+      V const& value() const {
+         refresh();
+         VEK_ASSERT(!moved_ && "Internal Error: iterator on a deleted member");
+         return it_->second;
+      }
       void advance() {
          refresh();
          if (it_ == m_->m_.end()) return;
@@ -272,7 +486,7 @@ class OrderedMap {
          version_ = m_->version_;
          if (!key_) { it_ = m_->m_.end(); return; }
          it_ = m_->m_.lower_bound(*key_);
-         moved_ = it_ == m_->m_.end() || it_->first != *key_;
+         moved_ = moved_ || it_ == m_->m_.end() || it_->first != *key_;
          if (it_ != m_->m_.end()) key_ = it_->first;
       }
       OrderedMap const* m_ = nullptr;
@@ -284,6 +498,7 @@ class OrderedMap {
 
    Iterator begin() const { return Iterator(this, m_.begin()); }
    Iterator end() const { return Iterator(); }
+   // A walk resumes at k or, when k has gone, at its successor.
    Iterator iterFrom(K const& k) const { return Iterator(this, m_.lower_bound(k)); }
    Iterator iterAt(K const& k) const {
       auto it = m_.find(k);
