@@ -97,9 +97,9 @@ struct Mount {
 class EntityManager;
 
 // An entity that mounts paths: the agent.
-class Mounter : public Vek::Entity {
+class Mounter : public Vek::Dir {
  public:
-   using Vek::Entity::Entity;
+   using Vek::Dir::Dir;
 };
 
 class MountGroup : public Vek::PtrInterface {

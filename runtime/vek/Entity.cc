@@ -1,8 +1,38 @@
 #include "runtime/vek/Entity.h"
 
+#include <deque>
+#include <unordered_map>
+
 #include "runtime/vek/Sm.h"
 
 namespace Vek {
+
+namespace {
+
+// The names of the attributes that hold entities, by number; 0 is no name.
+struct AttrNames {
+   std::deque<char const*> names{""};
+   std::unordered_map<std::string, U16> ids;
+   std::unordered_map<char const*, U16> byPointer;
+   U16 id(char const* name) {
+      if (!name || !*name) return 0;
+      if (auto p = byPointer.find(name); p != byPointer.end()) return p->second;
+      auto [it, fresh] = ids.try_emplace(name, U16(names.size()));
+      byPointer.emplace(name, it->second);
+      if (fresh) {
+         VEK_ASSERT(names.size() < 0xffff && "Internal Error: too many attribute names");
+         names.push_back(name);
+      }
+      return it->second;
+   }
+};
+
+AttrNames& attrNames() {
+   static AttrNames n;
+   return n;
+}
+
+}  // namespace
 
 SmPart::~SmPart() {
    if (owner_) owner_->partDel(this);
@@ -40,6 +70,13 @@ void NotifieeBase::sync() {
 Entity::~Entity() {
    // Notifiees hold a reference to their notifier, so none can be listed here.
    delete list_;
+}
+
+char const* Entity::parentAttrName() const { return attrNames().names[parentAttr_]; }
+
+void Entity::parentIs(Entity const* p, char const* attr) {
+   parent_ = p;
+   parentAttr_ = attrNames().id(attr);
 }
 
 std::string Entity::fullName() const {

@@ -84,22 +84,22 @@ class NotifieeBase : public SmPart {
    bool listed_ = false;
 };
 
+// An entity is 32 bytes of its own: the reference word, its parent, the
+// name of the parent's attribute that holds it (by number, in the room the
+// reference word leaves), and its notifiee list, made when the first notifiee
+// registers.
 class Entity : public PtrInterface {
  public:
    Entity() = default;
-   explicit Entity(std::string name) : name_(std::move(name)) {}
    ~Entity() override;
 
-   // The entity's name: given at construction, or for a keyed member the
-   // text of its key.
-   virtual std::string entityName() const { return name_.empty() ? parentAttr_ : name_; }
+   // The entity's name: for a keyed member the text of its key, for a single
+   // child the name of the attribute that holds it.
+   virtual std::string entityName() const { return parentAttrName(); }
    std::string fullName() const;
    Entity const* parent() const { return parent_; }
-   char const* parentAttrName() const { return parentAttr_; }
-   void parentIs(Entity const* p, char const* attr) {
-      parent_ = p;
-      parentAttr_ = attr;
-   }
+   char const* parentAttrName() const;
+   void parentIs(Entity const* p, char const* attr);
    std::size_t notifieeCount() const { return list_ ? list_->live : 0; }
 
  protected:
@@ -131,16 +131,20 @@ class Entity : public PtrInterface {
    void notifieeDel(NotifieeBase* n) const;
    void compact() const;
 
-   std::string name_;
+   U16 parentAttr_ = 0;
    Entity const* parent_ = nullptr;
-   char const* parentAttr_ = "";
    mutable List* list_ = nullptr;
 };
 
 // An entity that only holds named children of any type.
 class Dir : public Entity {
  public:
-   using Entity::Entity;
+   Dir() = default;
+   explicit Dir(std::string name) : name_(std::move(name)) {}
+   std::string entityName() const override { return name_; }
+
+ private:
+   std::string name_;
 };
 
 }  // namespace Vek
