@@ -22,6 +22,8 @@ handlers. The format, one declaration a line, '#' starts a comment:
        children sessionStatus : LdpSessionId -> LdpSessionStatus
        orderedchildren fec : Mpls::FwdEqvClass -> LdpFecConfig
        child commonConfig : LdpSessionCommonConfig
+       small via : Via -> bool                # a sorted array: for a handful of members
+       entries fec : Mpls::FwdEqvClass -> LdpFecConfig   # inline entries, see below
        method void addSessionStateLogEntry(LdpSessionStateLogEntry const& e)
        code static U32 answer() { return 42; }
     decl Vek::Ptr<LdpSessionStatus> makeStatus();   # verbatim, at namespace level
@@ -29,15 +31,31 @@ handlers. The format, one declaration a line, '#' starts a comment:
 For an attribute x: x() to read; xIs to write (silent when unchanged); xInc and
 xDec on counters; x(key), xIs(key, ...), xDel(key), xDelAll(), xSize(), xIter()
 and xIterFrom(key) on collections; notification onX() or onX(key).
+
+Table entries: "entity Name inline" declares an entity that lives inside the
+slot of its table ("entries" attribute of the owner) rather than as an object
+of its own: no reference count, no notifiee list, no name. Its collections are
+sorted small maps, and attributes marked "extra" (for example
+"extra scalar hopCount : U8") live in a part made on the first write of a
+value other than the default, so that a table costs its common fields only.
+The owner hands out a handle, XRef, with the entry's accessors and mutators;
+a change of an entry's attribute y is notified to the owner's notifiees as
+onXY(key) or onXY(key, yKey), and a machine's reactor on the owner forwards it
+to handleXY. A handle keeps the table from moving its entries while it lives.
 """
 import os
 import re
 import sys
 
 
+KEYED = ('coll', 'ordered', 'small', 'children', 'orderedchildren', 'entries')
+CONTAINER = {'coll': 'Vek::HashMap', 'ordered': 'Vek::OrderedMap', 'small': 'Vek::SmallMap'}
+
+
 class Attr:
-    def __init__(self, kind, name, typ=None, key=None, default=None):
+    def __init__(self, kind, name, typ=None, key=None, default=None, extra=False):
         self.kind, self.name, self.typ, self.key, self.default = kind, name, typ, key, default
+        self.extra = extra
 
     @property
     def cap(self):
@@ -45,12 +63,17 @@ class Attr:
 
     @property
     def keyed(self):
-        return self.kind in ('coll', 'ordered', 'children', 'orderedchildren')
+        return self.kind in KEYED
+
+    @property
+    def valued(self):
+        return self.kind in ('coll', 'ordered', 'small')
 
 
 class Entity:
-    def __init__(self, ns, name, base):
+    def __init__(self, ns, name, base, inline=False):
         self.ns, self.name, self.base = ns, name, base
+        self.inline = inline
         self.attrs, self.methods, self.code = [], [], []
 
     @property
@@ -106,10 +129,12 @@ def parse(path, imports=None):
                 parts = words.split()
                 ns = parts[1] if len(parts) > 1 else ''
             elif words.startswith('entity '):
-                m = re.match(r'entity\s+(\w+)\s*(?::\s*([\w:]+))?$', words)
+                m = re.match(r'entity\s+(\w+)\s*(?::\s*([\w:]+))?\s*(inline)?$', words)
                 if not m:
                     fail(path, lineno, 'bad entity line')
-                cur = Entity(ns, m.group(1), m.group(2))
+                cur = Entity(ns, m.group(1), m.group(2), bool(m.group(3)))
+                if cur.inline and cur.base:
+                    fail(path, lineno, 'an inline entity has no base')
                 items.append(cur)
             elif words.startswith('decl '):
                 items.append(Decl(ns, words[5:]))
@@ -130,8 +155,14 @@ def parse(path, imports=None):
                 fail(path, lineno, 'bad enumerator')
             cur.values.append((m.group(1), m.group(2)))
             continue
+        extra = False
+        if words.startswith('extra '):
+            extra = True
+            words = words[len('extra '):].strip()
         kind, _, rest = words.partition(' ')
         rest = rest.strip()
+        if extra and (not cur.inline or kind not in ('scalar', 'counter', 'coll', 'small')):
+            fail(path, lineno, 'only scalars, counters and collections of inline entities are extra')
         if kind == 'method':
             cur.methods.append(rest)
             continue
@@ -146,13 +177,19 @@ def parse(path, imports=None):
         if kind in ('scalar', 'counter') and '=' in typ:
             typ, default = [s.strip() for s in typ.split('=', 1)]
         key = None
-        if kind in ('coll', 'ordered', 'children', 'orderedchildren'):
+        if kind in KEYED:
             if '->' not in typ:
                 fail(path, lineno, f'{kind} needs KEY -> VALUE')
             key, typ = [s.strip() for s in typ.split('->', 1)]
         elif kind not in ('key', 'ctor', 'scalar', 'counter', 'child'):
             fail(path, lineno, f'unknown attribute kind {kind}')
-        cur.attrs.append(Attr(kind, name, typ, key, default))
+        if cur.inline:
+            if kind in ('ctor', 'child', 'children', 'orderedchildren', 'entries'):
+                fail(path, lineno, f'an inline entity has no {kind} attribute')
+            # Collections of an entry are small sorted maps.
+            if kind in ('coll', 'ordered'):
+                kind = 'small'
+        cur.attrs.append(Attr(kind, name, typ, key, default, extra))
     return items, includes
 
 
@@ -173,6 +210,221 @@ def gen_enum(e, out):
     w(f'   return os << {e.name[0].lower() + e.name[1:]}Str(v);')
     w('}')
     w('')
+
+
+def entry_type(a, entities):
+    t = entities.get(a.typ)
+    if not t or not t.inline:
+        sys.exit(f'entries {a.name}: {a.typ} must be an inline entity declared before')
+    return t
+
+
+def entry_attrs(a, entities):
+    return [x for x in entry_type(a, entities).attrs if x.kind != 'key']
+
+
+def storage(a, mut=False):
+    """The expression of an inline entity's attribute in e."""
+    if not a.extra:
+        return f'e.{a.name}_'
+    return f'e.extraMut().{a.name}_' if mut else f'e.extra_->{a.name}_'
+
+
+def gen_inline(e, entities, out):
+    w = out.append
+    key = e.key_attr()
+    if not key:
+        sys.exit(f'inline entity {e.name} needs a key')
+    attrs = [a for a in e.attrs if a.kind != 'key']
+    extra = [a for a in attrs if a.extra]
+    w(f'class {e.name} {{')
+    w(' public:')
+    w(f'   using Key = {key.typ};')
+    w('   static constexpr bool kHasKey = true;')
+    w(f'   explicit {e.name}(Key const& k) : {key.name}_(k) {{}}')
+    w(f'   {e.name}({e.name}&&) = default;')
+    w(f'   {e.name}& operator=({e.name}&&) = default;')
+    w(f'   Key const& key() const {{ return {key.name}_; }}')
+    w(f'   Key const& {key.name}() const {{ return {key.name}_; }}')
+    for a in attrs:
+        n, c, t, k = a.name, a.cap, a.typ, a.key
+        if a.kind in ('scalar', 'counter'):
+            if a.extra:
+                d = a.default if a.default else '{}'
+                w(f'   {t} const& {n}() const {{')
+                w(f'      static {t} const d{{{d}}};' if a.default else f'      static {t} const d{{}};')
+                w(f'      return extra_ ? extra_->{n}_ : d;')
+                w('   }')
+            else:
+                w(f'   {t} const& {n}() const {{ return {n}_; }}')
+        else:
+            cont = f'{CONTAINER[a.kind]}<{k}, {t}>'
+            w(f'   using {c}Coll = {cont};')
+            if a.extra:
+                w(f'   {c}Coll const& {n}() const {{')
+                w(f'      static {c}Coll const none;')
+                w(f'      return extra_ ? extra_->{n}_ : none;')
+                w('   }')
+            else:
+                w(f'   {c}Coll const& {n}() const {{ return {n}_; }}')
+            w(f'   {t} {n}({k} const& k) const {{')
+            w(f'      auto const* p = {n}().find(k);')
+            w(f'      return p ? *p : {t}{{}};')
+            w('   }')
+            w(f'   {t} const* {n}Find({k} const& k) const {{ return {n}().find(k); }}')
+            w(f'   bool {n}Has({k} const& k) const {{ return {n}().contains(k); }}')
+            w(f'   std::size_t {n}Size() const {{ return {n}().size(); }}')
+            w(f'   typename {c}Coll::Iterator {n}Iter() const {{ return {n}().begin(); }}')
+            w(f'   typename {c}Coll::Iterator {n}IterFrom({k} const& k) const {{ return {n}().iterFrom(k); }}')
+    for line in e.code:
+        w(f'   {line}')
+    w('')
+    w('   // The fields, written through the handle of the table that holds the entry.')
+    w(f'   {key.typ} {key.name}_;')
+    for a in attrs:
+        if a.extra:
+            continue
+        if a.kind in ('scalar', 'counter'):
+            w(f'   {a.typ} {a.name}_{" = " + a.default if a.default else "{}"};')
+        else:
+            w(f'   {a.cap}Coll {a.name}_;')
+    if extra:
+        w('   // The fields that most entries never set, made on the first write.')
+        w('   struct Extra {')
+        for a in extra:
+            if a.kind in ('scalar', 'counter'):
+                w(f'      {a.typ} {a.name}_{" = " + a.default if a.default else "{}"};')
+            else:
+                w(f'      {a.cap}Coll {a.name}_;')
+        w('   };')
+        w('   std::unique_ptr<Extra> extra_;')
+        w('   Extra& extraMut() {')
+        w('      if (!extra_) extra_ = std::make_unique<Extra>();')
+        w('      return *extra_;')
+        w('   }')
+    w('};')
+    w('')
+
+
+def gen_entries_accessors(owner, a, entities, w):
+    """The accessors of an entries attribute, and its handle class."""
+    et = entry_type(a, entities)
+    n, c, t, k = a.name, a.cap, a.typ, a.key
+    C = owner.name
+    w(f'   using {c}Coll = Vek::HashMap<{k}, {t}>;')
+    w(f'   // A handle on one entry of {n}: its accessors and mutators.')
+    w(f'   class {c}Ref {{')
+    w('    public:')
+    w(f'      {c}Ref() = default;')
+    w(f'      {c}Ref({C}* o, U32 slot) : o_(o), slot_(slot) {{ o_->{n}_.pin(); }}')
+    w(f'      {c}Ref({c}Ref const& r) : o_(r.o_), slot_(r.slot_) {{')
+    w(f'         if (o_) o_->{n}_.pin();')
+    w('      }')
+    w(f'      {c}Ref({c}Ref&& r) noexcept : o_(std::move(r.o_)), slot_(r.slot_) {{}}')
+    w(f'      {c}Ref& operator=({c}Ref r) noexcept {{')
+    w('         std::swap(o_, r.o_);')
+    w('         std::swap(slot_, r.slot_);')
+    w('         return *this;')
+    w('      }')
+    w(f'      ~{c}Ref() {{')
+    w(f'         if (o_) o_->{n}_.unpin();')
+    w('      }')
+    w(f'      explicit operator bool() const {{ return o_ && o_->{n}_.slotValid(slot_); }}')
+    w(f'      {c}Ref* operator->() {{ return this; }}')
+    w(f'      {c}Ref const* operator->() const {{ return this; }}')
+    w(f'      {t} const& get() const {{ return o_->{n}_.atSlot(slot_); }}')
+    w(f'      {k} const& key() const {{ return get().key(); }}')
+    for sa in et.attrs:
+        sn, sc, st, sk = sa.name, sa.cap, sa.typ, sa.key
+        if sa.kind == 'key':
+            w(f'      {st} const& {sn}() const {{ return get().{sn}(); }}')
+            continue
+        if sa.kind in ('scalar', 'counter'):
+            w(f'      {st} const& {sn}() const {{ return get().{sn}(); }}')
+            w(f'      void {sn}Is({st} const& v) {{')
+            w(f'         {t}& e = mut();')
+            w(f'         if (e.{sn}() == v) return;')
+            w(f'         {storage(sa, True)} = v;')
+            w(f'         {k} k(e.key());')
+            w(f'         o_->notify{c}{sc}(k);')
+            w('      }')
+            if sa.kind == 'counter':
+                for op, sign in (('Inc', '+'), ('Dec', '-')):
+                    w(f'      {st} {sn}{op}({st} d = 1) {{')
+                    w(f'         if (d == 0) return get().{sn}();')
+                    w(f'         {sn}Is({st}(get().{sn}() {sign} d));')
+                    w(f'         return get().{sn}();')
+                    w('      }')
+            continue
+        cc = f'{t}::{sc}Coll'
+        w(f'      {cc} const& {sn}() const {{ return get().{sn}(); }}')
+        w(f'      {st} {sn}({sk} const& sk) const {{ return get().{sn}(sk); }}')
+        w(f'      {st} const* {sn}Find({sk} const& sk) const {{ return get().{sn}Find(sk); }}')
+        w(f'      bool {sn}Has({sk} const& sk) const {{ return get().{sn}Has(sk); }}')
+        w(f'      std::size_t {sn}Size() const {{ return get().{sn}Size(); }}')
+        w(f'      {cc}::Iterator {sn}Iter() const {{ return get().{sn}Iter(); }}')
+        w(f'      void {sn}Is({sk} const& key, {st} const& v) {{')
+        w(f'         {t}& e = mut();')
+        w(f'         auto [p, inserted] = {storage(sa, True)}.emplace(key, v);')
+        w('         if (!inserted) {')
+        w('            if (*p == v) return;')
+        w('            *p = v;')
+        w('         }')
+        w(f'         {k} k(e.key());')
+        w(f'         {sk} sk(key);')
+        w(f'         o_->notify{c}{sc}(k, sk);')
+        w('      }')
+        w(f'      void {sn}Del({sk} const& key) {{')
+        w(f'         {t}& e = mut();')
+        if sa.extra:
+            w('         if (!e.extra_) return;')
+        w(f'         {sk} sk(key);')
+        w(f'         if (!{storage(sa)}.erase(sk)) return;')
+        w(f'         {k} k(e.key());')
+        w(f'         o_->notify{c}{sc}(k, sk);')
+        w('      }')
+        w(f'      void {sn}DelAll() {{')
+        w(f'         while (*this && !get().{sn}().empty()) {sn}Del({sk}(get().{sn}().begin().key()));')
+        w('      }')
+    w('')
+    w('     private:')
+    w(f'      {t}& mut() const {{ return o_->{n}_.atSlot(slot_); }}')
+    w(f'      Vek::Ptr<{C}> o_;')
+    w('      U32 slot_ = 0;')
+    w('   };')
+    w(f'   {c}Ref {n}({k} const& k) {{')
+    w(f'      U32 s = {n}_.slotOf(k);')
+    w(f'      return {n}_.slotValid(s) ? {c}Ref(this, s) : {c}Ref();')
+    w('   }')
+    w(f'   {t} const* {n}({k} const& k) const {{ return {n}_.find(k); }}')
+    w(f'   {t} const* {n}Find({k} const& k) const {{ return {n}_.find(k); }}')
+    w(f'   bool {n}Has({k} const& k) const {{ return {n}_.contains(k); }}')
+    w(f'   {c}Coll const& {n}() const {{ return {n}_; }}')
+    w(f'   std::size_t {n}Size() const {{ return {n}_.size(); }}')
+    w(f'   typename {c}Coll::Iterator {n}Iter() const {{ return {n}_.begin(); }}')
+    w(f'   typename {c}Coll::Iterator {n}IterFrom({k} const& k) const {{ return {n}_.iterFrom(k); }}')
+    w(f'   typename {c}Coll::Iterator {n}IterFrom(Vek::Bookmark<{k}> const& b) const {{ return {n}_.iterFrom(b); }}')
+    w(f'   // The handle of the entry that a walk stands on.')
+    w(f'   {c}Ref {n}Ref(typename {c}Coll::Iterator const& it) {{')
+    w(f'      return it.valid() ? {c}Ref(this, it.slot()) : {c}Ref();')
+    w('   }')
+    w(f'   // The entry, made if absent; a new entry is notified.')
+    w(f'   {c}Ref {n}Is({k} const& key) {{')
+    w(f'      auto [s, inserted] = {n}_.emplaceSlot(key);')
+    w(f'      {c}Ref r(this, s);')
+    w('      if (inserted) {')
+    w(f'         {k} k(key);')
+    w(f'         notify{c}(k);')
+    w('      }')
+    w('      return r;')
+    w('   }')
+    w(f'   void {n}Del({k} const& key) {{')
+    w(f'      {k} k(key);')
+    w(f'      if ({n}_.erase(k)) notify{c}(k);')
+    w('   }')
+    w(f'   void {n}DelAll() {{')
+    w(f'      while (!{n}_.empty()) {n}Del({k}({n}_.begin().key()));')
+    w('   }')
 
 
 def gen_entity(e, entities, out):
@@ -245,9 +497,8 @@ def gen_entity(e, entities, out):
             w(f'      notify{c}();')
             w('      return r;')
             w('   }')
-        elif a.kind in ('coll', 'ordered'):
-            m = 'HashMap' if a.kind == 'coll' else 'OrderedMap'
-            w(f'   using {c}Coll = Vek::{m}<{k}, {t}>;')
+        elif a.valued:
+            w(f'   using {c}Coll = {CONTAINER[a.kind]}<{k}, {t}>;')
             w(f'   {t} {n}({k} const& k) const {{')
             w(f'      auto const* p = {n}_.find(k);')
             w(f'      return p ? *p : {t}{{}};')
@@ -321,6 +572,8 @@ def gen_entity(e, entities, out):
             w(f'         for (auto it = {n}_.begin(); it; ++it) {n}Del({k}(it.key()));')
             w('      }')
             w('   }')
+        elif a.kind == 'entries':
+            gen_entries_accessors(e, a, entities, w)
         elif a.kind == 'child':
             w(f'   Vek::Ptr<{t}> {n}() {{ return {n}_; }}')
             w(f'   Vek::Ptr<{t} const> {n}() const {{ return {n}_; }}')
@@ -354,9 +607,15 @@ def gen_entity(e, entities, out):
         elif a.kind in ('scalar', 'counter'):
             w(f'   {a.typ} {n}_{" = " + a.default if a.default else "{}"};')
             w(f'   void notify{c}() const;')
-        elif a.kind in ('coll', 'ordered', 'children', 'orderedchildren'):
+        elif a.keyed:
             w(f'   {c}Coll {n}_;')
             w(f'   void notify{c}({a.key} const& k) const;')
+            if a.kind == 'entries':
+                for sa in entry_attrs(a, entities):
+                    if sa.keyed:
+                        w(f'   void notify{c}{sa.cap}({a.key} const& k, {sa.key} const& sk) const;')
+                    else:
+                        w(f'   void notify{c}{sa.cap}({a.key} const& k) const;')
         elif a.kind == 'child':
             w(f'   Vek::Ptr<{a.typ}> {n}_;')
             w(f'   void notify{c}() const;')
@@ -385,6 +644,12 @@ def gen_entity(e, entities, out):
         if a.keyed:
             w(f'   virtual void on{a.cap}({a.key} const&) {{}}')
         w(f'   virtual void on{a.cap}() {{}}')
+        if a.kind == 'entries':
+            for sa in entry_attrs(a, entities):
+                if sa.keyed:
+                    w(f'   virtual void on{a.cap}{sa.cap}({a.key} const&, {sa.key} const&) {{}}')
+                else:
+                    w(f'   virtual void on{a.cap}{sa.cap}({a.key} const&) {{}}')
     w('')
     w(' protected:')
     w(f'   explicit NotifieeConst(U8 depth) : {nbase}(depth) {{}}')
@@ -393,6 +658,15 @@ def gen_entity(e, entities, out):
     for a in e.attrs:
         if a.kind in ('key', 'ctor'):
             continue
+        if a.kind == 'entries':
+            for sa in entry_attrs(a, entities):
+                if sa.keyed:
+                    w(f'inline void {e.name}::notify{a.cap}{sa.cap}({a.key} const& k, {sa.key} const& sk) const {{')
+                    w(f'   notify<NotifieeConst>({depth}, [&k, &sk](NotifieeConst* n) {{ n->on{a.cap}{sa.cap}(k, sk); }});')
+                else:
+                    w(f'inline void {e.name}::notify{a.cap}{sa.cap}({a.key} const& k) const {{')
+                    w(f'   notify<NotifieeConst>({depth}, [&k](NotifieeConst* n) {{ n->on{a.cap}{sa.cap}(k); }});')
+                w('}')
         if a.keyed:
             w(f'inline void {e.name}::notify{a.cap}({a.key} const& k) const {{')
             w(f'   notify<NotifieeConst>({depth}, [&k](NotifieeConst* n) {{ n->on{a.cap}(k); }});')
@@ -426,6 +700,18 @@ def gen_entity(e, entities, out):
     w('      Vek::Sm::run(sm, [sm, h] { (sm->*h)(); });')
     w('   }')
     for a in watch:
+        if a.kind == 'entries':
+            for sa in entry_attrs(a, entities):
+                h = f'handle{a.cap}{sa.cap}'
+                if sa.keyed:
+                    w(f'   void on{a.cap}{sa.cap}({a.key} const& k, {sa.key} const& sk) override {{')
+                    w(f'      if constexpr (requires(S* s) {{ s->{h}(k, sk); }})')
+                    w(f'         Vek::Sm::run(sm_, [sm = sm_, &k, &sk] {{ sm->{h}(k, sk); }});')
+                else:
+                    w(f'   void on{a.cap}{sa.cap}({a.key} const& k) override {{')
+                    w(f'      if constexpr (requires(S* s) {{ s->{h}(k); }})')
+                    w(f'         Vek::Sm::run(sm_, [sm = sm_, &k] {{ sm->{h}(k); }});')
+                w('   }')
         if a.keyed:
             w(f'   void on{a.cap}({a.key} const& k) override {{')
             w(f'      if constexpr (requires(S* s) {{ s->handle{a.cap}(k); }})')
@@ -456,6 +742,12 @@ def gen_entity(e, entities, out):
     w('   K const& key() const { return key_; }')
     w('   void onNotifier() override { fire(); }')
     for a in watch:
+        if a.kind == 'entries':
+            for sa in entry_attrs(a, entities):
+                if sa.keyed:
+                    w(f'   void on{a.cap}{sa.cap}({a.key} const&, {sa.key} const&) override {{ fire(); }}')
+                else:
+                    w(f'   void on{a.cap}{sa.cap}({a.key} const&) override {{ fire(); }}')
         if a.keyed:
             w(f'   void on{a.cap}({a.key} const&) override {{ fire(); }}')
         else:
@@ -514,6 +806,8 @@ def main():
             out.append('')
         elif isinstance(i, Enum):
             gen_enum(i, out)
+        elif i.inline:
+            gen_inline(i, entities, out)
         else:
             gen_entity(i, entities, out)
     if ns:

@@ -1,5 +1,6 @@
 #pragma once
 // What generated entity code needs from the runtime.
+#include <memory>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -7,6 +8,7 @@
 #include "runtime/vek/Entity.h"
 #include "runtime/vek/Exception.h"
 #include "runtime/vek/HashMap.h"
+#include "runtime/vek/SmallMap.h"
 #include "runtime/vek/Ptr.h"
 #include "runtime/vek/Sm.h"
 #include "runtime/vek/Types.h"

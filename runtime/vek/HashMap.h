@@ -63,18 +63,55 @@ struct Bookmark {
    void clear() { set = false; }
 };
 
+// Whether a value type carries its own key (a table entry does): the map then
+// stores the value alone and reads the key from it.
+template <class K, class V>
+concept KeyInValue = requires(V const& v) {
+   { v.key() } -> std::convertible_to<K const&>;
+} && std::is_constructible_v<V, K const&>;
+
 template <class K, class V, class H = Hasher<K>>
 class HashMap {
    static constexpr U32 kNone = 0xffffffffu;
-   // A slot holds a member when its hash is not 0; a free slot links to the
-   // next free one.
+   static constexpr bool kKeyInValue = KeyInValue<K, V>;
+   struct Pair {
+      K k;
+      V v;
+   };
+   using Payload = std::conditional_t<kKeyInValue, V, Pair>;
+   // A slot holds a member when its hash is not 0; a free slot keeps the
+   // number of the next free one where the member would be.
    struct Slot {
       U32 hash;
-      U32 nextFree;
-      alignas(K) unsigned char k[sizeof(K)];
-      alignas(V) unsigned char v[sizeof(V)];
-      K& key() { return *std::launder(reinterpret_cast<K*>(k)); }
-      V& value() { return *std::launder(reinterpret_cast<V*>(v)); }
+      alignas(Payload) unsigned char p[sizeof(Payload) < 4 ? 4 : sizeof(Payload)];
+      Payload& payload() { return *std::launder(reinterpret_cast<Payload*>(p)); }
+      K const& key() {
+         if constexpr (kKeyInValue) return payload().key();
+         else return payload().k;
+      }
+      V& value() {
+         if constexpr (kKeyInValue) return payload();
+         else return payload().v;
+      }
+      U32 nextFree() const {
+         U32 n;
+         std::memcpy(&n, p, sizeof n);
+         return n;
+      }
+      void nextFreeIs(U32 n) { std::memcpy(p, &n, sizeof n); }
+      template <class... A>
+      void make(K const& k, A&&... args) {
+         if constexpr (kKeyInValue) new (p) V(k, std::forward<A>(args)...);
+         else new (p) Pair{k, V(std::forward<A>(args)...)};
+      }
+      void moveFrom(Slot& o) {
+         new (p) Payload(std::move(o.payload()));
+         hash = o.hash;
+      }
+      void destroy() {
+         payload().~Payload();
+         hash = 0;
+      }
    };
    struct Body {
       Slot* slots = nullptr;
@@ -109,27 +146,32 @@ class HashMap {
    // value and whether it was inserted.
    template <class... A>
    std::pair<V*, bool> emplace(K const& k, A&&... args) {
+      auto [s, inserted] = emplaceSlot(k, std::forward<A>(args)...);
+      return {&b_->slots[s].value(), inserted};
+   }
+   // The same, with the slot of the member.
+   template <class... A>
+   std::pair<U32, bool> emplaceSlot(K const& k, A&&... args) {
       U32 h = hashOf(k);
       U32 s = lookupHashed(k, h);
-      if (s != kNone) return {&b_->slots[s].value(), false};
+      if (s != kNone) return {s, false};
       if (!b_) b_ = new Body;
       Body& b = *b_;
       if ((b.size + 1) * 4 > (b.mask + 1) * 3 || b.mask == 0) growIndex();
       if (b.live == 0 && b.freeHead != kNone) {
          s = b.freeHead;
-         b.freeHead = b.slots[s].nextFree;
+         b.freeHead = b.slots[s].nextFree();
       } else {
          if (b.used == b.capacity) growSlots();
          s = b.used++;
       }
       Slot& sl = b.slots[s];
-      new (sl.k) K(k);
-      new (sl.v) V(std::forward<A>(args)...);
+      sl.make(k, std::forward<A>(args)...);
       sl.hash = h;
       place(s, h);
       ++b.size;
       if (s < b.first) b.first = s;
-      return {&sl.value(), true};
+      return {s, true};
    }
 
    // Removes k; returns whether it was there. The removed value is returned
@@ -148,10 +190,8 @@ class HashMap {
             std::optional<V> dead;
             if (out) *out = std::move(sl.value());
             else dead.emplace(std::move(sl.value()));
-            sl.value().~V();
-            sl.key().~K();
-            sl.hash = 0;
-            sl.nextFree = b.freeHead;
+            sl.destroy();
+            sl.nextFreeIs(b.freeHead);
             b.freeHead = s;
             --b.size;
             maybeShrink();
@@ -170,6 +210,8 @@ class HashMap {
          release();
          return;
       }
+      // A walk is under way: the emptied slots stay as they are until it ends.
+      b.freeHead = kNone;
       std::fill(b.index, b.index + b.mask + 1, kNone);
    }
 
@@ -194,10 +236,11 @@ class HashMap {
       explicit operator bool() const { return m_ && m_->b_ && i_ < m_->b_->used; }
       // Reading the member of an iterator whose member has been deleted is a
       // fault of the caller: advance first.
-      K const& key() const { return slot().key(); }
-      V const& value() const { return slot().value(); }
-      V& value() { return slot().value(); }
+      K const& key() const { return member().key(); }
+      V const& value() const { return member().value(); }
+      V& value() { return member().value(); }
       bool valid() const { return *this && m_->b_->slots[i_].hash != 0; }
+      U32 slot() const { return i_; }
       Iterator& operator++() {
          ++i_;
          skip();
@@ -223,7 +266,7 @@ class HashMap {
       }
 
     private:
-      Slot& slot() const {
+      Slot& member() const {
          VEK_ASSERT(valid() && "Internal Error: iterator on a deleted member");
          return m_->b_->slots[i_];
       }
@@ -276,6 +319,22 @@ class HashMap {
    Iterator iterAt(K const& k) const {
       U32 s = lookup(k);
       return s == kNone ? Iterator() : Iterator(this, s);
+   }
+
+   // Members by slot, for handles that must not look a member up on every
+   // use. A pinned map moves no member; a handle pins the map it points into.
+   U32 slotOf(K const& k) const { return lookup(k); }
+   bool slotValid(U32 s) const { return b_ && s < b_->used && b_->slots[s].hash != 0; }
+   V& atSlot(U32 s) const {
+      VEK_ASSERT(slotValid(s) && "Internal Error: handle on a deleted member");
+      return b_->slots[s].value();
+   }
+   void pin() const {
+      if (!b_) const_cast<HashMap*>(this)->b_ = new Body;
+      ++b_->live;
+   }
+   void unpin() const {
+      if (b_ && --b_->live == 0) const_cast<HashMap*>(this)->maybeShrink();
    }
 
    // Bytes held by the map, for the memory figures.
@@ -344,29 +403,26 @@ class HashMap {
       if (!n) throw std::bad_alloc();
       for (U32 s = 0; s < b.used; ++s) {
          Slot& from = b.slots[s];
-         n[s].hash = from.hash;
-         n[s].nextFree = from.nextFree;
          if (from.hash) {
-            new (n[s].k) K(std::move(from.key()));
-            new (n[s].v) V(std::move(from.value()));
-            from.value().~V();
-            from.key().~K();
+            n[s].moveFrom(from);
+            from.destroy();
+         } else {
+            n[s].hash = 0;
+            n[s].nextFreeIs(from.nextFree());
          }
       }
       std::free(b.slots);
       b.slots = n;
       b.capacity = capacity;
    }
+   // Large maps grow by a quarter, small ones by half.
    void growSlots() {
       U32 c = b_->capacity;
-      reallocSlots(c < 4 ? 4 : c + c / 2);
+      reallocSlots(c < 4 ? 4 : c < 4096 ? c + c / 2 : c + c / 4);
    }
    void destroySlot(U32 s) {
       Slot& sl = b_->slots[s];
-      if (!sl.hash) return;
-      sl.value().~V();
-      sl.key().~K();
-      sl.hash = 0;
+      if (sl.hash) sl.destroy();
    }
    // Packs the members into the front slots, in their order, and gives the
    // room back, when a quarter or less of the used slots hold a member.
@@ -383,13 +439,8 @@ class HashMap {
          Slot& from = b.slots[s];
          if (!from.hash) continue;
          if (s != to) {
-            Slot& dst = b.slots[to];
-            new (dst.k) K(std::move(from.key()));
-            new (dst.v) V(std::move(from.value()));
-            dst.hash = from.hash;
-            from.value().~V();
-            from.key().~K();
-            from.hash = 0;
+            b.slots[to].moveFrom(from);
+            from.destroy();
          }
          ++to;
       }
