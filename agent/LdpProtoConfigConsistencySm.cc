@@ -32,28 +32,28 @@ void LdpProtoConfigConsistencySm::handleLdpLabelDistCtrl() {
    if (!initialized_) return;
    LDP_HANDLER(th, "LdpProtoConfigConsistencySm::handleLdpLabelDistCtrl");
    for (auto it = ldpFecConfigColl_->fecConfigIter(); it; ++it)
-      it.value()->ldpLabelDistCtrlIs(protoConfig_->ldpLabelDistCtrl());
+      ldpFecConfigColl_->fecConfigRef(it)->ldpLabelDistCtrlIs(protoConfig_->ldpLabelDistCtrl());
 }
 
 void LdpProtoConfigConsistencySm::handleLdpLabelRetention() {
    if (!initialized_) return;
    LDP_HANDLER(th, "LdpProtoConfigConsistencySm::handleLdpLabelRetention");
    for (auto it = ldpFecConfigColl_->fecConfigIter(); it; ++it)
-      it.value()->ldpLabelRetentionIs(protoConfig_->ldpLabelRetention());
+      ldpFecConfigColl_->fecConfigRef(it)->ldpLabelRetentionIs(protoConfig_->ldpLabelRetention());
 }
 
 void LdpProtoConfigConsistencySm::handleLdpLoopDetection() {
    if (!initialized_) return;
    LDP_HANDLER(th, "LdpProtoConfigConsistencySm::handleLdpLoopDetection");
    for (auto it = ldpFecConfigColl_->fecConfigIter(); it; ++it)
-      it.value()->ldpLoopDetectionIs(protoConfig_->ldpLoopDetection());
+      ldpFecConfigColl_->fecConfigRef(it)->ldpLoopDetectionIs(protoConfig_->ldpLoopDetection());
 }
 
 void LdpProtoConfigConsistencySm::handleRouterId() {
    if (!initialized_) return;
    LDP_HANDLER(th, "LdpProtoConfigConsistencySm::handleRouterId");
    for (auto it = ldpFecConfigColl_->fecConfigIter(); it; ++it)
-      it.value()->routerIdIs(protoConfig_->routerId());
+      ldpFecConfigColl_->fecConfigRef(it)->routerIdIs(protoConfig_->routerId());
 }
 
 // A new FEC takes the present values at once.

@@ -25,7 +25,7 @@ KernelStateWriter::KernelStateWriter(L3::VrfName vrf, KernelTargets targets, U32
    : vrf_(std::move(vrf)),
      t_(std::move(targets)),
      indexBase_(indexBase),
-     nextFecId_((U64(indexBase) << 8) + 1) {
+     nextFecId_(indexBase + 1) {
    // The VRF's IP status exists as soon as the VRF is watched, addresses or
    // not: the agent runs LDP only in a VRF that has one.
    if (t_.ipStatus) t_.ipStatus->vrfIpIntfStatusIs(vrf_);
@@ -50,6 +50,10 @@ void KernelStateWriter::apply(NetlinkEvent const& ev) {
       applyAddr(*a);
    else if (auto const* r = std::get_if<RouteInfo>(&ev))
       applyRoute(*r);
+   else if (std::holds_alternative<RouteDumpStart>(ev))
+      ++generation_;
+   else if (std::holds_alternative<RouteDumpEnd>(ev))
+      sweepRoutes();
 }
 
 void KernelStateWriter::applyLink(LinkInfo const& l) {
@@ -63,7 +67,7 @@ void KernelStateWriter::applyLink(LinkInfo const& l) {
       }
       addrs_.erase(l.ifIndex);
       if (t_.kni) t_.kni->intfDel(key);
-      publishAllRoutes();
+      publishAllVias();
       return;
    }
    if (l.name.empty()) return;
@@ -87,7 +91,7 @@ void KernelStateWriter::applyLink(LinkInfo const& l) {
    }
    if (renamed) {
       publishAddrs(l.ifIndex);
-      publishAllRoutes();
+      publishAllVias();
    }
 }
 
@@ -153,70 +157,135 @@ void KernelStateWriter::publishAddrs(U32 ifIndex) {
 void KernelStateWriter::applyRoute(RouteInfo const& r) {
    // The main table's unicast routes, and the local table's addresses of
    // this host; nothing of 127.0.0.0/8.
-   bool wanted = (r.table == kTableMain && r.type == RTN_UNICAST) ||
-                 (r.table == kTableLocal && r.type == RTN_LOCAL && r.prefix.len() == 32);
-   if (!wanted || internalAddr(r.prefix.addr())) return;
-   RouteKey key{r.prefix, r.table};
-   if (r.deleted)
-      routes_.erase(key);
-   else
-      routes_[key] = r;
-   publishRoute(r.prefix);
-}
-
-void KernelStateWriter::publishRoute(Nolu::Prefix const& prefix) {
-   if (!t_.routeStatus || !t_.forwardingStatus) return;
-   // The main table's route wins over the local table's.
-   RouteInfo const* r = nullptr;
-   auto m = routes_.find(RouteKey{prefix, kTableMain});
-   if (m != routes_.end())
-      r = &m->second;
-   else if (auto l = routes_.find(RouteKey{prefix, kTableLocal}); l != routes_.end())
-      r = &l->second;
-   Nolu::IpGenPrefix gp(prefix);
-   auto pub = published_.find(prefix);
-   if (!r) {
-      if (pub == published_.end()) return;
-      t_.routeStatus->routeDel(gp);
-      t_.forwardingStatus->fecDel(pub->second);
-      published_.erase(pub);
+   bool main = r.table == kTableMain && r.type == RTN_UNICAST;
+   bool local = r.table == kTableLocal && r.type == RTN_LOCAL && r.prefix.len() == 32;
+   if (!(main || local) || internalAddr(r.prefix.addr()) || !t_.routeStatus) return;
+   auto const* cur = t_.routeStatus->routeFind(Nolu::IpGenPrefix(r.prefix));
+   // What the table holds for the prefix comes from the main table unless it
+   // is an address of this host.
+   bool curMain = cur && cur->routeType() != routeTypeReceive_;
+   if (local) {
+      if (r.deleted) {
+         localRoutes_.erase(r.prefix);
+         if (cur && !curMain) unpublishRoute(r.prefix);
+         return;
+      }
+      localRoutes_[r.prefix] = r;
+      if (!curMain) publishRoute(r.prefix, r);
       return;
    }
-   U64 fecId = pub != published_.end() ? pub->second : nextFecId_++;
-   published_[prefix] = fecId;
-   // The forwarding entry first, so that the route never points at an empty one.
-   auto fec = t_.forwardingStatus->fecIs(fecId);
-   std::set<Ldp::Via> vias;
-   for (auto const& nh : r->nextHops) {
-      Nolu::IntfId intf = intfIdOf(nh.ifIndex);
-      if (intf.isEmpty()) continue;
-      vias.insert(Ldp::Via(Nolu::IpGenAddr(nh.gateway), intf));
+   if (!r.deleted) {
+      publishRoute(r.prefix, r);
+      return;
    }
-   for (auto it = fec->viaIter(); it; ++it) {
-      Ldp::Via v = it.key();
-      if (!vias.count(v)) fec->viaDel(v);
-   }
-   for (auto const& v : vias) fec->viaIs(v, true);
-   U8 type = routeTypeRemote_;
-   if (r->type == RTN_LOCAL)
-      type = routeTypeReceive_;
-   else if (r->scope == RT_SCOPE_LINK)
-      type = routeTypeConnected_;
-   auto route = t_.routeStatus->routeIs(gp);
-   route->routeTypeIs(type);
-   route->fecIdIs(fecId);
+   if (!curMain) return;
+   if (auto l = localRoutes_.find(r.prefix); l != localRoutes_.end()) publishRoute(r.prefix, l->second);
+   else unpublishRoute(r.prefix);
 }
 
-void KernelStateWriter::publishAllRoutes() {
-   std::set<Nolu::Prefix> prefixes;
-   for (auto const& [k, r] : routes_) prefixes.insert(k.prefix);
-   for (auto const& [p, id] : published_) prefixes.insert(p);
-   for (auto const& p : prefixes) publishRoute(p);
+bool KernelStateWriter::NextHopsLess::operator()(NextHops const& a, NextHops const& b) const {
+   return std::lexicographical_compare(
+      a.begin(), a.end(), b.begin(), b.end(), [](NextHop const& x, NextHop const& y) {
+         return x.ifIndex < y.ifIndex || (x.ifIndex == y.ifIndex && x.gateway < y.gateway);
+      });
+}
+
+// The forwarding entry of a set of next hops, made for its first route.
+U32 KernelStateWriter::fwdRef(NextHops const& nh) {
+   auto [it, fresh] = fwd_.try_emplace(nh);
+   if (fresh) {
+      it->second.fecId = nextFecId_++;
+      fwdNextHops_[it->second.fecId] = nh;
+      publishVias(it->second.fecId, nh);
+   }
+   ++it->second.routes;
+   return it->second.fecId;
+}
+
+void KernelStateWriter::fwdUnref(U32 fecId) {
+   auto nh = fwdNextHops_.find(fecId);
+   if (nh == fwdNextHops_.end()) return;
+   auto it = fwd_.find(nh->second);
+   if (--it->second.routes) return;
+   fwd_.erase(it);
+   fwdNextHops_.erase(nh);
+   t_.forwardingStatus->fecDel(fecId);
+}
+
+void KernelStateWriter::publishVias(U32 fecId, NextHops const& nh) {
+   if (!t_.forwardingStatus) return;
+   std::set<Ldp::Via> vias;
+   for (auto const& h : nh) {
+      Nolu::IntfId intf = intfIdOf(h.ifIndex);
+      if (intf.isEmpty()) continue;
+      vias.insert(Ldp::Via(Nolu::IpGenAddr(h.gateway), intf));
+   }
+   auto fec = t_.forwardingStatus->fecIs(fecId);
+   std::vector<Ldp::Via> gone;
+   for (auto it = fec->viaIter(); it; ++it)
+      if (!vias.count(it.key())) gone.push_back(it.key());
+   for (auto const& v : gone) fec->viaDel(v);
+   for (auto const& v : vias) fec->viaIs(v, true);
+}
+
+void KernelStateWriter::publishRoute(Nolu::Prefix const& prefix, RouteInfo const& r) {
+   if (!t_.routeStatus || !t_.forwardingStatus) return;
+   NextHops nh = r.nextHops;
+   std::sort(nh.begin(), nh.end(), [](NextHop const& x, NextHop const& y) {
+      return x.ifIndex < y.ifIndex || (x.ifIndex == y.ifIndex && x.gateway < y.gateway);
+   });
+   Nolu::IpGenPrefix gp(prefix);
+   auto const* cur = t_.routeStatus->routeFind(gp);
+   U32 old = cur ? cur->fecId() : 0;
+   // The forwarding entry first, so that the route never points at a missing one.
+   U32 fecId = fwdRef(nh);
+   U8 type = routeTypeRemote_;
+   if (r.type == RTN_LOCAL)
+      type = routeTypeReceive_;
+   else if (r.scope == RT_SCOPE_LINK)
+      type = routeTypeConnected_;
+   auto route = t_.routeStatus->routeIs(gp);
+   route->generationIs(generation_);
+   route->routeTypeIs(type);
+   route->fecIdIs(fecId);
+   if (old) fwdUnref(old);
+}
+
+void KernelStateWriter::unpublishRoute(Nolu::Prefix const& prefix) {
+   Nolu::IpGenPrefix gp(prefix);
+   auto const* cur = t_.routeStatus->routeFind(gp);
+   if (!cur) return;
+   U32 fecId = cur->fecId();
+   t_.routeStatus->routeDel(gp);
+   fwdUnref(fecId);
+}
+
+// Interfaces came or went: the vias of every forwarding entry are worked out
+// again; the routes keep their entries.
+void KernelStateWriter::publishAllVias() {
+   for (auto const& [fecId, nh] : fwdNextHops_) publishVias(fecId, nh);
+}
+
+// A full read of the routes ended: routes that it did not bring went while
+// notifications were lost.
+void KernelStateWriter::sweepRoutes() {
+   if (!t_.routeStatus) return;
+   std::vector<Nolu::Prefix> stale;
+   for (auto it = t_.routeStatus->routeIter(); it; ++it)
+      if (it.value().generation() != generation_) stale.push_back(it.key().v4Prefix());
+   for (auto const& p : stale) {
+      localRoutes_.erase(p);
+      unpublishRoute(p);
+   }
 }
 
 void KernelStateWriter::clear() {
-   routes_.clear();
-   publishAllRoutes();
+   localRoutes_.clear();
+   if (t_.routeStatus) {
+      std::vector<Nolu::Prefix> all;
+      for (auto it = t_.routeStatus->routeIter(); it; ++it) all.push_back(it.key().v4Prefix());
+      for (auto const& p : all) unpublishRoute(p);
+   }
    for (auto const& [ifIndex, link] : links_) {
       unpublishAddrs(link.intfId);
       if (t_.kni) t_.kni->intfDel(ifIndex + indexBase_);

@@ -4,7 +4,9 @@
 // interface status manager turns into its interface directories), their IPv4
 // addresses (the VRF's Ip::VrfIpIntfStatus) and the IPv4 routes with their next
 // hops (Tesh::Fib::RouteStatus and ForwardingStatus, one forwarding entry per
-// route). KernelStateWriter applies netlink records; KernelWatcher feeds it
+// set of next hops, shared by the routes that use it). The writer keeps no copy
+// of the routes of its own beyond the host's own addresses: the route table is
+// the copy. KernelStateWriter applies netlink records; KernelWatcher feeds it
 // from a netlink socket on the event loop.
 #include <map>
 #include <memory>
@@ -49,7 +51,8 @@ class KernelStateWriter {
    L3::VrfName const& vrf() const { return vrf_; }
    Nolu::IntfId intfIdOf(U32 ifIndex) const;
    std::size_t linkCount() const { return links_.size(); }
-   std::size_t routeCount() const { return published_.size(); }
+   std::size_t routeCount() const { return t_.routeStatus ? t_.routeStatus->routeSize() : 0; }
+   std::size_t forwardingEntryCount() const { return fwd_.size(); }
 
  private:
    struct Link {
@@ -60,12 +63,15 @@ class KernelStateWriter {
       Nolu::IpAddrWithMask addr;
       bool secondary = false;
    };
-   struct RouteKey {
-      Nolu::Prefix prefix;
-      U8 table = 0;
-      bool operator<(RouteKey const& o) const {
-         return prefix < o.prefix || (prefix == o.prefix && table < o.table);
-      }
+   // The next hops of a route as the kernel gives them, in order.
+   using NextHops = std::vector<NextHop>;
+   struct NextHopsLess {
+      bool operator()(NextHops const& a, NextHops const& b) const;
+   };
+   // A forwarding entry and the routes that use it.
+   struct Fwd {
+      U32 fecId = 0;
+      U32 routes = 0;
    };
 
    void applyLink(LinkInfo const& l);
@@ -73,8 +79,13 @@ class KernelStateWriter {
    void applyRoute(RouteInfo const& r);
    void publishAddrs(U32 ifIndex);
    void unpublishAddrs(Nolu::IntfId const& intf);
-   void publishRoute(Nolu::Prefix const& prefix);
-   void publishAllRoutes();
+   void publishRoute(Nolu::Prefix const& prefix, RouteInfo const& r);
+   void unpublishRoute(Nolu::Prefix const& prefix);
+   U32 fwdRef(NextHops const& nh);
+   void fwdUnref(U32 fecId);
+   void publishVias(U32 fecId, NextHops const& nh);
+   void publishAllVias();
+   void sweepRoutes();
    Nolu::IntfId nameToIntfId(std::string const& name) const;
 
    L3::VrfName vrf_;
@@ -83,9 +94,14 @@ class KernelStateWriter {
    std::map<U32, Link> links_;
    std::map<U32, std::vector<Addr>> addrs_;
    std::map<U32, Nolu::IntfId> addrPublishedAs_;
-   std::map<RouteKey, RouteInfo> routes_;
-   std::map<Nolu::Prefix, U64> published_;
-   U64 nextFecId_;
+   // The host's own addresses of the local table: a route of the main table
+   // for the same prefix wins over them.
+   std::map<Nolu::Prefix, RouteInfo> localRoutes_;
+   std::map<NextHops, Fwd, NextHopsLess> fwd_;
+   std::map<U32, NextHops> fwdNextHops_;
+   U32 nextFecId_;
+   // Routes written since the present read of all routes began.
+   U8 generation_ = 0;
 };
 
 // A netlink socket of one namespace on the event loop, feeding a writer.

@@ -270,6 +270,7 @@ void NetlinkSocket::requestFullDump() {
 
 void NetlinkSocket::sendNextDump() {
    pendingSeq_ = 0;
+   pendingType_ = 0;
    if (dumpQueue_.empty() || fd_ < 0) return;
    U16 type = dumpQueue_.front();
    dumpQueue_.erase(dumpQueue_.begin());
@@ -299,6 +300,7 @@ void NetlinkSocket::sendNextDump() {
    if (::sendto(fd_, &req, req.h.nlmsg_len, 0, reinterpret_cast<sockaddr*>(&kernel),
                 sizeof(kernel)) >= 0) {
       pendingSeq_ = seq_;
+      pendingType_ = type;
    }
 }
 
@@ -320,7 +322,12 @@ bool NetlinkSocket::readAvailable(std::function<void(NetlinkEvent const&)> const
       if (n == 0) return true;
       for (auto const& ev : parseNetlinkBuffer(buf, std::size_t(n), &malformed_)) {
          sink(ev);
-         if (auto const* d = std::get_if<DumpDone>(&ev); d && d->seq == pendingSeq_) sendNextDump();
+         auto const* d = std::get_if<DumpDone>(&ev);
+         if (!d || d->seq != pendingSeq_) continue;
+         if (pendingType_ == RTM_GETROUTE) sink(RouteDumpEnd{});
+         sendNextDump();
+         // The routes' dump is never the first, so it always starts here.
+         if (pendingType_ == RTM_GETROUTE) sink(RouteDumpStart{});
       }
    }
 }

@@ -58,7 +58,13 @@ struct DumpDone {
    int error = 0;  // 0, or a negative errno
 };
 
-using NetlinkEvent = std::variant<LinkInfo, AddrInfo, RouteInfo, DumpDone>;
+// The routes' dump starts, and ends: a reader that keeps routes drops, at the
+// end, those that the dump did not bring (their deletions were lost).
+struct RouteDumpStart {};
+struct RouteDumpEnd {};
+
+using NetlinkEvent =
+   std::variant<LinkInfo, AddrInfo, RouteInfo, DumpDone, RouteDumpStart, RouteDumpEnd>;
 
 // Parses a buffer of netlink messages as read from the socket. Messages of
 // other kinds, and malformed ones, are left out; *malformed counts the latter.
@@ -95,6 +101,7 @@ class NetlinkSocket {
    int fd_ = -1;
    U32 seq_ = 0;
    U32 pendingSeq_ = 0;
+   U16 pendingType_ = 0;
    std::vector<U16> dumpQueue_;
    unsigned malformed_ = 0;
    unsigned resyncs_ = 0;

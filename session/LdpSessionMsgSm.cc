@@ -239,10 +239,9 @@ void LdpSessionMsgSm::handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType ty
    else LDP_TRACE(th, 5, "      PwFecSessionId with no localMsgPipe: " << id);
 }
 
-Vek::Ptr<LdpFecConfig> LdpSessionMsgSm::getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec) {
+LdpFecConfigColl::FecConfigRef LdpSessionMsgSm::getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec) {
    VEK_ASSERT(ldpFecConfigColl_ && "Internal Error");
    LDP_TRACE(th, 7, "getOrCreateLdpFecConfig" << ", FEC: " << fec.stringValue());
-   if (auto c = ldpFecConfigColl_->fecConfig(fec)) return c;
    return ldpFecConfigColl_->fecConfigIs(fec);
 }
 

@@ -84,7 +84,7 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    void handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType type,
                       PwFwdEqvClassInfo const& info);
    void txMsg(Vek::Ptr<LdpMsgPipe> const& pipe, PktPtr const& pkt, U32 offset);
-   Vek::Ptr<LdpFecConfig> getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec);
+   LdpFecConfigColl::FecConfigRef getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec);
    Vek::Ptr<PwFecSessionConfig> getOrCreatePwFecSessionConfig(PwFwdEqvClassInfo const& info,
                                                               PwFecSessionId const& id,
                                                               PwFecMsgContext context);

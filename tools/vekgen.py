@@ -48,8 +48,9 @@ import re
 import sys
 
 
-KEYED = ('coll', 'ordered', 'small', 'children', 'orderedchildren', 'entries')
-CONTAINER = {'coll': 'Vek::HashMap', 'ordered': 'Vek::OrderedMap', 'small': 'Vek::SmallMap'}
+KEYED = ('coll', 'ordered', 'small', 'bits', 'children', 'orderedchildren', 'entries')
+CONTAINER = {'coll': 'Vek::HashMap', 'ordered': 'Vek::OrderedMap', 'small': 'Vek::SmallMap',
+             'bits': 'Vek::BitSet'}
 
 
 class Attr:
@@ -67,7 +68,12 @@ class Attr:
 
     @property
     def valued(self):
-        return self.kind in ('coll', 'ordered', 'small')
+        return self.kind in ('coll', 'ordered', 'small', 'bits')
+
+    def container(self):
+        if self.kind == 'bits':
+            return f'Vek::BitSet<{self.key}>'
+        return f'{CONTAINER[self.kind]}<{self.key}, {self.typ}>'
 
 
 class Entity:
@@ -161,7 +167,7 @@ def parse(path, imports=None):
             words = words[len('extra '):].strip()
         kind, _, rest = words.partition(' ')
         rest = rest.strip()
-        if extra and (not cur.inline or kind not in ('scalar', 'counter', 'coll', 'small')):
+        if extra and (not cur.inline or kind not in ('scalar', 'counter', 'coll', 'small', 'bits')):
             fail(path, lineno, 'only scalars, counters and collections of inline entities are extra')
         if kind == 'method':
             cur.methods.append(rest)
@@ -258,11 +264,10 @@ def gen_inline(e, entities, out):
             else:
                 w(f'   {t} const& {n}() const {{ return {n}_; }}')
         else:
-            cont = f'{CONTAINER[a.kind]}<{k}, {t}>'
-            w(f'   using {c}Coll = {cont};')
+            w(f'   using {c}Coll = {a.container()};')
             if a.extra:
                 w(f'   {c}Coll const& {n}() const {{')
-                w(f'      static {c}Coll const none;')
+                w(f'      static {c}Coll const none{{}};')
                 w(f'      return extra_ ? extra_->{n}_ : none;')
                 w('   }')
             else:
@@ -320,7 +325,7 @@ def gen_entries_accessors(owner, a, entities, w):
     w(f'      {c}Ref({c}Ref const& r) : o_(r.o_), slot_(r.slot_) {{')
     w(f'         if (o_) o_->{n}_.pin();')
     w('      }')
-    w(f'      {c}Ref({c}Ref&& r) noexcept : o_(std::move(r.o_)), slot_(r.slot_) {{}}')
+    w(f'      {c}Ref({c}Ref&& r) noexcept : o_(r.o_), slot_(r.slot_) {{ r.o_ = nullptr; }}')
     w(f'      {c}Ref& operator=({c}Ref r) noexcept {{')
     w('         std::swap(o_, r.o_);')
     w('         std::swap(slot_, r.slot_);')
@@ -389,7 +394,8 @@ def gen_entries_accessors(owner, a, entities, w):
     w('')
     w('     private:')
     w(f'      {t}& mut() const {{ return o_->{n}_.atSlot(slot_); }}')
-    w(f'      Vek::Ptr<{C}> o_;')
+    w(f'      // The table outlives the handles into it.')
+    w(f'      {C}* o_ = nullptr;')
     w('      U32 slot_ = 0;')
     w('   };')
     w(f'   {c}Ref {n}({k} const& k) {{')
@@ -498,7 +504,7 @@ def gen_entity(e, entities, out):
             w('      return r;')
             w('   }')
         elif a.valued:
-            w(f'   using {c}Coll = {CONTAINER[a.kind]}<{k}, {t}>;')
+            w(f'   using {c}Coll = {a.container()};')
             w(f'   {t} {n}({k} const& k) const {{')
             w(f'      auto const* p = {n}_.find(k);')
             w(f'      return p ? *p : {t}{{}};')

@@ -14,6 +14,7 @@
 // in which case it waits until none is. While an iterator is alive, inserts
 // also leave empty slots alone and append, so that nothing moves under a walk.
 #include <algorithm>
+#include <bit>
 #include <concepts>
 #include <cstdlib>
 #include <cstring>
@@ -74,17 +75,26 @@ template <class K, class V, class H = Hasher<K>>
 class HashMap {
    static constexpr U32 kNone = 0xffffffffu;
    static constexpr bool kKeyInValue = KeyInValue<K, V>;
+   // Small plain keys hash faster than a stored hash can be read; others keep
+   // theirs in the slot.
+   static constexpr bool kStoreHash = !(std::is_trivially_copyable_v<K> && sizeof(K) <= 16);
    struct Pair {
       K k;
       V v;
    };
    using Payload = std::conditional_t<kKeyInValue, V, Pair>;
-   // A slot holds a member when its hash is not 0; a free slot keeps the
-   // number of the next free one where the member would be.
-   struct Slot {
+   static constexpr std::size_t kRoom = sizeof(Payload) < 4 ? 4 : sizeof(Payload);
+   // A slot holds a member when its bit in the occupancy map is set; a free
+   // slot keeps the number of the next free one where the member would be.
+   struct SlotBody {
+      alignas(Payload) unsigned char p[kRoom];
+   };
+   struct SlotHash {
       U32 hash;
-      alignas(Payload) unsigned char p[sizeof(Payload) < 4 ? 4 : sizeof(Payload)];
-      Payload& payload() { return *std::launder(reinterpret_cast<Payload*>(p)); }
+      alignas(Payload) unsigned char p[kRoom];
+   };
+   struct Slot : std::conditional_t<kStoreHash, SlotHash, SlotBody> {
+      Payload& payload() { return *std::launder(reinterpret_cast<Payload*>(this->p)); }
       K const& key() {
          if constexpr (kKeyInValue) return payload().key();
          else return payload().k;
@@ -95,26 +105,14 @@ class HashMap {
       }
       U32 nextFree() const {
          U32 n;
-         std::memcpy(&n, p, sizeof n);
+         std::memcpy(&n, this->p, sizeof n);
          return n;
       }
-      void nextFreeIs(U32 n) { std::memcpy(p, &n, sizeof n); }
-      template <class... A>
-      void make(K const& k, A&&... args) {
-         if constexpr (kKeyInValue) new (p) V(k, std::forward<A>(args)...);
-         else new (p) Pair{k, V(std::forward<A>(args)...)};
-      }
-      void moveFrom(Slot& o) {
-         new (p) Payload(std::move(o.payload()));
-         hash = o.hash;
-      }
-      void destroy() {
-         payload().~Payload();
-         hash = 0;
-      }
+      void nextFreeIs(U32 n) { std::memcpy(this->p, &n, sizeof n); }
    };
    struct Body {
       Slot* slots = nullptr;
+      U64* occupied = nullptr;  // one bit per slot
       U32* index = nullptr;
       U32 size = 0;
       U32 used = 0;       // slots ever used, the high-water mark of the walk
@@ -122,8 +120,13 @@ class HashMap {
       U32 mask = 0;       // index buckets - 1
       U32 freeHead = kNone;
       U32 first = 0;      // no member lies below this slot
-      U32 live = 0;       // iterators alive
+      U32 live = 0;       // iterators and handles alive
       U32 epoch = 0;      // packings so far
+      bool has(U32 s) const { return occupied[s >> 6] >> (s & 63) & 1; }
+      void hasIs(U32 s, bool b) {
+         if (b) occupied[s >> 6] |= 1ull << (s & 63);
+         else occupied[s >> 6] &= ~(1ull << (s & 63));
+      }
    };
 
  public:
@@ -166,8 +169,10 @@ class HashMap {
          s = b.used++;
       }
       Slot& sl = b.slots[s];
-      sl.make(k, std::forward<A>(args)...);
-      sl.hash = h;
+      if constexpr (kKeyInValue) new (sl.p) V(k, std::forward<A>(args)...);
+      else new (sl.p) Pair{k, V(std::forward<A>(args)...)};
+      if constexpr (kStoreHash) sl.hash = h;
+      b.hasIs(s, true);
       place(s, h);
       ++b.size;
       if (s < b.first) b.first = s;
@@ -185,12 +190,12 @@ class HashMap {
          U32 s = b.index[i];
          if (s == kNone) return false;
          Slot& sl = b.slots[s];
-         if (sl.hash == h && sl.key() == k) {
+         if (hashMatches(sl, h) && sl.key() == k) {
             unplace(i);
             std::optional<V> dead;
             if (out) *out = std::move(sl.value());
             else dead.emplace(std::move(sl.value()));
-            sl.destroy();
+            destroy(s);
             sl.nextFreeIs(b.freeHead);
             b.freeHead = s;
             --b.size;
@@ -204,7 +209,8 @@ class HashMap {
    void clear() {
       if (!b_) return;
       Body& b = *b_;
-      for (U32 s = 0; s < b.used; ++s) destroySlot(s);
+      for (U32 s = 0; s < b.used; ++s)
+         if (b.has(s)) destroy(s);
       b.size = 0;
       if (b.live == 0) {
          release();
@@ -239,7 +245,7 @@ class HashMap {
       K const& key() const { return member().key(); }
       V const& value() const { return member().value(); }
       V& value() { return member().value(); }
-      bool valid() const { return *this && m_->b_->slots[i_].hash != 0; }
+      bool valid() const { return *this && m_->b_->has(i_); }
       U32 slot() const { return i_; }
       Iterator& operator++() {
          ++i_;
@@ -273,7 +279,15 @@ class HashMap {
       void skip() {
          if (!m_ || !m_->b_) return;
          Body const& b = *m_->b_;
-         while (i_ < b.used && b.slots[i_].hash == 0) ++i_;
+         // Whole words of empty slots are passed at once.
+         while (i_ < b.used) {
+            U64 w = b.occupied[i_ >> 6] >> (i_ & 63);
+            if (w) {
+               i_ += static_cast<U32>(std::countr_zero(w));
+               return;
+            }
+            i_ = (i_ | 63) + 1;
+         }
       }
       // A live iterator keeps the map from moving its members.
       void enter() {
@@ -292,13 +306,14 @@ class HashMap {
 
    Iterator begin() const {
       if (!b_) return Iterator();
-      Body& b = *b_;
-      if (b.live == 0) const_cast<HashMap*>(this)->maybeShrink();
+      if (b_->live == 0) const_cast<HashMap*>(this)->maybeShrink();
       if (!b_) return Iterator();
+      Body& b = *b_;
       // Members drained from the front leave empty slots that no walk needs
       // to visit again.
-      while (b.first < b.used && b.slots[b.first].hash == 0) ++b.first;
-      return Iterator(this, b.first);
+      Iterator it(this, b.first);
+      b.first = it ? it.slot() : b.used;
+      return it;
    }
    Iterator end() const { return Iterator(); }
    // The walk position of k, or the first member when k is absent.
@@ -324,7 +339,7 @@ class HashMap {
    // Members by slot, for handles that must not look a member up on every
    // use. A pinned map moves no member; a handle pins the map it points into.
    U32 slotOf(K const& k) const { return lookup(k); }
-   bool slotValid(U32 s) const { return b_ && s < b_->used && b_->slots[s].hash != 0; }
+   bool slotValid(U32 s) const { return b_ && s < b_->used && b_->has(s); }
    V& atSlot(U32 s) const {
       VEK_ASSERT(slotValid(s) && "Internal Error: handle on a deleted member");
       return b_->slots[s].value();
@@ -340,13 +355,19 @@ class HashMap {
    // Bytes held by the map, for the memory figures.
    std::size_t bytes() const {
       if (!b_) return 0;
-      return sizeof(Body) + b_->capacity * sizeof(Slot) + (b_->mask + 1) * sizeof(U32);
+      return sizeof(Body) + b_->capacity * sizeof(Slot) + (b_->capacity + 63) / 64 * 8 +
+             (b_->mask + 1) * sizeof(U32);
    }
 
  private:
-   static U32 hashOf(K const& k) {
-      U32 h = static_cast<U32>(H()(k));
-      return h ? h : 1;  // 0 marks a free slot
+   static U32 hashOf(K const& k) { return static_cast<U32>(H()(k)); }
+   static bool hashMatches(Slot& sl, U32 h) {
+      if constexpr (kStoreHash) return sl.hash == h;
+      else return true;
+   }
+   static U32 slotHash(Slot& sl) {
+      if constexpr (kStoreHash) return sl.hash;
+      else return hashOf(sl.key());
    }
    U32 lookup(K const& k) const { return b_ && b_->size ? lookupHashed(k, hashOf(k)) : kNone; }
    U32 lookupHashed(K const& k, U32 h) const {
@@ -356,7 +377,7 @@ class HashMap {
          U32 s = b.index[i];
          if (s == kNone) return kNone;
          Slot& sl = b.slots[s];
-         if (sl.hash == h && sl.key() == k) return s;
+         if (hashMatches(sl, h) && sl.key() == k) return s;
       }
    }
    void place(U32 slot, U32 h) {
@@ -373,7 +394,7 @@ class HashMap {
          j = (j + 1) & b.mask;
          U32 s = b.index[j];
          if (s == kNone) break;
-         U32 home = b.slots[s].hash & b.mask;
+         U32 home = slotHash(b.slots[s]) & b.mask;
          // Move s back to i when its home is not in the cyclic range (i, j].
          bool between = (i <= j) ? (i < home && home <= j) : (i < home || home <= j);
          if (!between) {
@@ -391,7 +412,7 @@ class HashMap {
       b.mask = buckets - 1;
       std::fill(b.index, b.index + buckets, kNone);
       for (U32 s = 0; s < b.used; ++s)
-         if (b.slots[s].hash) place(s, b.slots[s].hash);
+         if (b.has(s)) place(s, slotHash(b.slots[s]));
    }
    void growIndex() {
       U32 n = b_->mask ? (b_->mask + 1) * 2 : 4;
@@ -400,19 +421,23 @@ class HashMap {
    void reallocSlots(U32 capacity) {
       Body& b = *b_;
       Slot* n = static_cast<Slot*>(std::malloc(std::size_t(capacity) * sizeof(Slot)));
-      if (!n) throw std::bad_alloc();
+      U64* occ = static_cast<U64*>(std::calloc((capacity + 63) / 64, sizeof(U64)));
+      if (!n || !occ) throw std::bad_alloc();
       for (U32 s = 0; s < b.used; ++s) {
          Slot& from = b.slots[s];
-         if (from.hash) {
-            n[s].moveFrom(from);
-            from.destroy();
+         if (b.has(s)) {
+            new (n[s].p) Payload(std::move(from.payload()));
+            if constexpr (kStoreHash) n[s].hash = from.hash;
+            from.payload().~Payload();
+            occ[s >> 6] |= 1ull << (s & 63);
          } else {
-            n[s].hash = 0;
             n[s].nextFreeIs(from.nextFree());
          }
       }
       std::free(b.slots);
+      std::free(b.occupied);
       b.slots = n;
+      b.occupied = occ;
       b.capacity = capacity;
    }
    // Large maps grow by a quarter, small ones by half.
@@ -420,9 +445,9 @@ class HashMap {
       U32 c = b_->capacity;
       reallocSlots(c < 4 ? 4 : c < 4096 ? c + c / 2 : c + c / 4);
    }
-   void destroySlot(U32 s) {
-      Slot& sl = b_->slots[s];
-      if (sl.hash) sl.destroy();
+   void destroy(U32 s) {
+      b_->slots[s].payload().~Payload();
+      b_->hasIs(s, false);
    }
    // Packs the members into the front slots, in their order, and gives the
    // room back, when a quarter or less of the used slots hold a member.
@@ -436,11 +461,13 @@ class HashMap {
       if (b.used < 16 || b.size * 4 > b.used) return;
       U32 to = 0;
       for (U32 s = 0; s < b.used; ++s) {
-         Slot& from = b.slots[s];
-         if (!from.hash) continue;
+         if (!b.has(s)) continue;
          if (s != to) {
-            b.slots[to].moveFrom(from);
-            from.destroy();
+            Slot& from = b.slots[s];
+            new (b.slots[to].p) Payload(std::move(from.payload()));
+            if constexpr (kStoreHash) b.slots[to].hash = from.hash;
+            b.hasIs(to, true);
+            destroy(s);
          }
          ++to;
       }
@@ -455,8 +482,10 @@ class HashMap {
    }
    void release() {
       if (!b_) return;
-      for (U32 s = 0; s < b_->used; ++s) destroySlot(s);
+      for (U32 s = 0; s < b_->used; ++s)
+         if (b_->has(s)) b_->slots[s].payload().~Payload();
       std::free(b_->slots);
+      std::free(b_->occupied);
       std::free(b_->index);
       delete b_;
       b_ = nullptr;

@@ -1,16 +1,23 @@
 #pragma once
-// A small collection kept as one sorted array: an empty one is one pointer,
-// and the usual handful of members costs one allocation. It serves the
-// collections inside table entries (a FEC's next hops, its labels), where a
-// hash map's storage would dwarf the members.
+// Small collections for the inside of table entries (a FEC's next hops, its
+// labels, its reasons to exist), where a hash map's storage would dwarf the
+// members.
 //
-// Iteration is in key order. An iterator survives deletions and inserts: when
-// the map changed under it, it finds its place again by key, and a deleted
-// member's place is its successor.
+// SmallMap keeps its members sorted in one array. A single member lives
+// inside the map itself; two or more take one allocation. Iteration is in key
+// order, and an iterator survives deletions and inserts: when the map changed
+// under it, it finds its place again by key, and a deleted member's place is
+// its successor.
+//
+// BitSet is a set of small enumerators, one bit each, with the interface of a
+// collection of bool.
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "runtime/vek/Exception.h"
@@ -25,38 +32,34 @@ class SmallMap {
       V value;
    };
    struct alignas(8) Block {
-      U32 size;
       U32 cap;
-      U32 version;  // changes with every insert and delete, never repeats
       Elem* elems() { return reinterpret_cast<Elem*>(this + 1); }
    };
    static_assert(alignof(Elem) <= alignof(Block));
-   static U32 nextVersion() {
-      static U32 v = 0;
-      return ++v ? v : ++v;
-   }
+   // Room for one member, or for the address of the block (copied in and out
+   // byte by byte, so that the map needs no more than its members' alignment).
+   static constexpr std::size_t kRoom = sizeof(Elem) > sizeof(Block*) ? sizeof(Elem) : sizeof(Block*);
 
  public:
    SmallMap() = default;
    SmallMap(SmallMap const&) = delete;
    SmallMap& operator=(SmallMap const&) = delete;
-   SmallMap(SmallMap&& o) noexcept : b_(o.b_) { o.b_ = nullptr; }
+   SmallMap(SmallMap&& o) noexcept { take(o); }
    SmallMap& operator=(SmallMap&& o) noexcept {
       if (this != &o) {
          release();
-         b_ = o.b_;
-         o.b_ = nullptr;
+         take(o);
       }
       return *this;
    }
    ~SmallMap() { release(); }
 
-   std::size_t size() const { return b_ ? b_->size : 0; }
-   bool empty() const { return size() == 0; }
+   std::size_t size() const { return n_; }
+   bool empty() const { return n_ == 0; }
 
    V* find(K const& k) {
       U32 i = lowerBound(k);
-      return i < size() && b_->elems()[i].key == k ? &b_->elems()[i].value : nullptr;
+      return i < n_ && data()[i].key == k ? &data()[i].value : nullptr;
    }
    V const* find(K const& k) const { return const_cast<SmallMap*>(this)->find(k); }
    bool contains(K const& k) const { return find(k) != nullptr; }
@@ -64,34 +67,47 @@ class SmallMap {
    template <class... A>
    std::pair<V*, bool> emplace(K const& k, A&&... args) {
       U32 i = lowerBound(k);
-      if (i < size() && b_->elems()[i].key == k) return {&b_->elems()[i].value, false};
-      U32 n = U32(size());
-      if (!b_ || n == b_->cap) grow();
-      Elem* e = b_->elems();
-      if (i < n) {
-         new (&e[n]) Elem{std::move(e[n - 1].key), std::move(e[n - 1].value)};
-         for (U32 j = n - 1; j > i; --j) e[j] = std::move(e[j - 1]);
+      if (i < n_ && data()[i].key == k) return {&data()[i].value, false};
+      if (n_ == 0) {
+         new (room_) Elem{k, V(std::forward<A>(args)...)};
+         n_ = 1;
+         return {&data()[0].value, true};
+      }
+      if (n_ == 1) {
+         // The one member moves out of the map into a block, with the new one.
+         Block* b = newBlock(4);
+         Elem* one = data();
+         Elem* e = b->elems();
+         new (&e[i == 0 ? 1 : 0]) Elem{std::move(one->key), std::move(one->value)};
+         one->~Elem();
+         new (&e[i]) Elem{k, V(std::forward<A>(args)...)};
+         blockIs(b);
+         n_ = 2;
+         return {&e[i].value, true};
+      }
+      VEK_ASSERT(n_ < 0xffff && "Internal Error: a small collection holds at most 65535 members");
+      if (n_ == block()->cap) grow(n_ + n_ / 2);
+      Elem* e = data();
+      if (i < n_) {
+         new (&e[n_]) Elem{std::move(e[n_ - 1].key), std::move(e[n_ - 1].value)};
+         for (U32 j = n_ - 1; j > i; --j) e[j] = std::move(e[j - 1]);
          e[i].~Elem();
       }
       new (&e[i]) Elem{k, V(std::forward<A>(args)...)};
-      ++b_->size;
-      b_->version = nextVersion();
+      ++n_;
       return {&e[i].value, true};
    }
 
    bool erase(K const& k, V* out = nullptr) {
       U32 i = lowerBound(k);
-      if (i >= size() || !(b_->elems()[i].key == k)) return false;
-      Elem* e = b_->elems();
+      if (i >= n_ || !(data()[i].key == k)) return false;
+      Elem* e = data();
       std::optional<V> dead;
       if (out) *out = std::move(e[i].value);
       else dead.emplace(std::move(e[i].value));
-      U32 n = b_->size;
-      for (U32 j = i; j + 1 < n; ++j) e[j] = std::move(e[j + 1]);
-      e[n - 1].~Elem();
-      --b_->size;
-      b_->version = nextVersion();
-      if (b_->size == 0) release();
+      for (U32 j = i; j + 1 < n_; ++j) e[j] = std::move(e[j + 1]);
+      e[n_ - 1].~Elem();
+      if (--n_ == 1) toInline();
       return true;
    }
 
@@ -103,17 +119,17 @@ class SmallMap {
       Iterator(SmallMap const* m, U32 i) : m_(m), i_(i) { pin(); }
       explicit operator bool() const {
          refresh();
-         return m_ && i_ < m_->size();
+         return m_ && i_ < m_->n_;
       }
       K const& key() const { return elem().key; }
       V const& value() const { return elem().value; }
       bool valid() const {
          refresh();
-         return m_ && i_ < m_->size() && !moved_;
+         return m_ && i_ < m_->n_ && !moved_;
       }
       void advance() {
          refresh();
-         if (!m_ || i_ >= m_->size()) return;
+         if (!m_ || i_ >= m_->n_) return;
          // The member we stood on went away: we stand on its successor.
          if (moved_) moved_ = false;
          else ++i_;
@@ -129,27 +145,26 @@ class SmallMap {
     private:
       Elem const& elem() const {
          VEK_ASSERT(valid() && "Internal Error: iterator on a deleted member");
-         return m_->b_->elems()[i_];
+         return m_->data()[i_];
       }
       void pin() {
-         version_ = m_ && m_->b_ ? m_->b_->version : 0;
-         if (m_ && i_ < m_->size()) key_ = m_->b_->elems()[i_].key;
+         if (!m_) return;
+         if (i_ < m_->n_) key_ = m_->data()[i_].key;
+         else key_.reset();
       }
-      // The map changed: find our member, or where it stood.
+      // The map changed under us when our member is no longer where we stood:
+      // find it, or the place where it stood.
       void refresh() const {
          if (!m_ || !key_) return;
-         U32 v = m_->b_ ? m_->b_->version : 0;
-         if (v == version_ && m_->b_) return;
-         version_ = v;
+         if (i_ < m_->n_ && m_->data()[i_].key == *key_) return;
          i_ = m_->lowerBound(*key_);
-         bool there = i_ < m_->size() && m_->b_->elems()[i_].key == *key_;
+         bool there = i_ < m_->n_ && m_->data()[i_].key == *key_;
          moved_ = moved_ || !there;
-         if (i_ < m_->size()) key_ = m_->b_->elems()[i_].key;
+         if (i_ < m_->n_) key_ = m_->data()[i_].key;
          else key_.reset();
       }
       SmallMap const* m_ = nullptr;
       mutable U32 i_ = 0;
-      mutable U32 version_ = 0;
       mutable std::optional<K> key_;
       mutable bool moved_ = false;
    };
@@ -158,13 +173,23 @@ class SmallMap {
    Iterator end() const { return Iterator(); }
    Iterator iterFrom(K const& k) const { return Iterator(this, lowerBound(k)); }
 
-   std::size_t bytes() const { return b_ ? sizeof(Block) + b_->cap * sizeof(Elem) : 0; }
+   // Bytes allocated beside the map itself.
+   std::size_t bytes() const { return n_ >= 2 ? sizeof(Block) + block()->cap * sizeof(Elem) : 0; }
 
  private:
+   Block* block() const {
+      Block* b;
+      std::memcpy(&b, room_, sizeof b);
+      return b;
+   }
+   void blockIs(Block* b) { std::memcpy(room_, &b, sizeof b); }
+   Elem* data() const {
+      if (n_ >= 2) return block()->elems();
+      return std::launder(reinterpret_cast<Elem*>(const_cast<unsigned char*>(room_)));
+   }
    U32 lowerBound(K const& k) const {
-      if (!b_) return 0;
-      Elem const* e = b_->elems();
-      U32 lo = 0, hi = b_->size;
+      Elem const* e = data();
+      U32 lo = 0, hi = n_;
       while (lo < hi) {
          U32 mid = (lo + hi) / 2;
          if (e[mid].key < k) lo = mid + 1;
@@ -172,30 +197,119 @@ class SmallMap {
       }
       return lo;
    }
-   void grow() {
-      U32 n = b_ ? b_->size : 0;
-      U32 cap = b_ ? (b_->cap < 4 ? b_->cap + 1 : b_->cap + b_->cap / 2) : 1;
-      auto* nb = static_cast<Block*>(std::malloc(sizeof(Block) + cap * sizeof(Elem)));
-      if (!nb) throw std::bad_alloc();
-      nb->size = n;
-      nb->cap = cap;
-      nb->version = b_ ? b_->version : 0;
-      for (U32 i = 0; i < n; ++i) {
-         new (&nb->elems()[i]) Elem{std::move(b_->elems()[i].key), std::move(b_->elems()[i].value)};
-         b_->elems()[i].~Elem();
-      }
-      std::free(b_);
-      b_ = nb;
+   static Block* newBlock(U32 cap) {
+      auto* b = static_cast<Block*>(std::malloc(sizeof(Block) + cap * sizeof(Elem)));
+      if (!b) throw std::bad_alloc();
+      b->cap = cap;
+      return b;
    }
-   void release() {
-      if (!b_) return;
-      Block* b = b_;
-      b_ = nullptr;
-      for (U32 i = 0; i < b->size; ++i) b->elems()[i].~Elem();
+   // The last member left in a block moves into the map.
+   void toInline() {
+      Block* b = block();
+      new (room_) Elem{std::move(b->elems()[0].key), std::move(b->elems()[0].value)};
+      b->elems()[0].~Elem();
       std::free(b);
    }
+   void grow(U32 cap) {
+      Block* old = block();
+      Block* b = newBlock(cap);
+      for (U32 i = 0; i < n_; ++i) {
+         new (&b->elems()[i]) Elem{std::move(old->elems()[i].key), std::move(old->elems()[i].value)};
+         old->elems()[i].~Elem();
+      }
+      std::free(old);
+      blockIs(b);
+   }
+   void release() {
+      Elem* e = data();
+      for (U32 i = 0; i < n_; ++i) e[i].~Elem();
+      if (n_ >= 2) std::free(block());
+      n_ = 0;
+   }
+   void take(SmallMap& o) {
+      n_ = o.n_;
+      if (n_ == 1) {
+         new (room_) Elem{std::move(o.data()->key), std::move(o.data()->value)};
+         o.data()->~Elem();
+      } else if (n_ >= 2) {
+         blockIs(o.block());
+      }
+      o.n_ = 0;
+   }
 
-   Block* b_ = nullptr;
+   alignas(Elem) unsigned char room_[kRoom];
+   U16 n_ = 0;
+};
+
+// A set of enumerators below 32, one bit each, with the interface of a
+// collection of bool (a value written is always true).
+template <class K>
+class BitSet {
+ public:
+   std::size_t size() const { return std::popcount(bits_); }
+   bool empty() const { return bits_ == 0; }
+   bool const* find(K const& k) const { return contains(k) ? &kTrue : nullptr; }
+   bool contains(K const& k) const { return bits_ >> bit(k) & 1; }
+   std::pair<bool*, bool> emplace(K const& k, bool v = true) {
+      VEK_ASSERT(v && "Internal Error: a set holds its members as true");
+      bool fresh = !contains(k);
+      bits_ |= 1u << bit(k);
+      static bool member;
+      member = true;
+      return {&member, fresh};
+   }
+   bool erase(K const& k, bool* out = nullptr) {
+      if (!contains(k)) return false;
+      bits_ &= ~(1u << bit(k));
+      if (out) *out = true;
+      return true;
+   }
+   void clear() { bits_ = 0; }
+   U32 bits() const { return bits_; }
+
+   class Iterator {
+    public:
+      Iterator() = default;
+      Iterator(BitSet const* s, U32 from) : s_(s), at_(from) { skip(); }
+      explicit operator bool() const { return s_ && at_ < 32 && (s_->bits_ >> at_ & 1); }
+      K key() const {
+         VEK_ASSERT(*this && "Internal Error: iterator on a deleted member");
+         return static_cast<K>(at_);
+      }
+      bool const& value() const { return kTrue; }
+      bool valid() const { return bool(*this); }
+      // Members go by number: a deleted one is simply passed.
+      void advance() {
+         ++at_;
+         skip();
+      }
+      Iterator& operator++() {
+         advance();
+         return *this;
+      }
+      bool operator==(Iterator const& o) const { return !*this && !o; }
+
+    private:
+      void skip() {
+         while (s_ && at_ < 32 && !(s_->bits_ >> at_ & 1)) ++at_;
+         if (at_ >= 32) s_ = nullptr;
+      }
+      BitSet const* s_ = nullptr;
+      U32 at_ = 0;
+   };
+   Iterator begin() const { return Iterator(this, 0); }
+   Iterator end() const { return Iterator(); }
+   Iterator iterFrom(K const& k) const { return Iterator(this, bit(k)); }
+   std::size_t bytes() const { return 0; }
+
+ private:
+   static U32 bit(K const& k) {
+      U32 b = static_cast<U32>(k);
+      VEK_ASSERT(b < 32 && "Internal Error: a bit set holds enumerators below 32");
+      return b;
+   }
+   static constexpr bool kTrue = true;
+   U32 bits_ = 0;
 };
 
 }  // namespace Vek

@@ -53,18 +53,6 @@ TEST(Ids, FecSessionKeysOrderByFecThenSession) {
    EXPECT_NE(LdpFecSessionId(fec("10.0.0.0/8"), s1), LdpFecSessionId(fec("10.0.0.0/8"), s1ls1));
    EXPECT_EQ(a.hash(), LdpFecSessionId(fec("10.0.0.0/8"), s2).hash());
 
-   // An ordered collection walks a FEC's sessions together.
-   LdpFecSessionStatusColl coll("c");
-   coll.fecSessionStatusIs(LdpFecSessionId(fec("11.0.0.0/8"), s1));
-   coll.fecSessionStatusIs(LdpFecSessionId(fec("10.0.0.0/8"), s2));
-   coll.fecSessionStatusIs(LdpFecSessionId(fec("10.0.0.0/8"), s1));
-   std::vector<LdpFecSessionId> order;
-   for (auto it = coll.fecSessionStatus().begin(); it; ++it) order.push_back(it.key());
-   ASSERT_EQ(3u, order.size());
-   EXPECT_EQ(fec("10.0.0.0/8"), order[0].fec());
-   EXPECT_EQ(s1, order[0].sessionId());
-   EXPECT_EQ(fec("10.0.0.0/8"), order[1].fec());
-   EXPECT_EQ(fec("11.0.0.0/8"), order[2].fec());
 
    PwFwdEqvClass pw1(Pseudowire::PseudowireId(1), Pseudowire::pwTypeEthernet_,
                      Pseudowire::GroupId(0), false);

@@ -278,3 +278,39 @@ TEST(KernelState, WritesWhatTheAgentReads) {
    EXPECT_FALSE(t.kni->intf((1u << 24) + 1));
    EXPECT_TRUE(t.kni->intf(1));
 }
+
+TEST(KernelState, RoutesShareForwardingEntriesAndAResyncDropsLostDeletions) {
+   KernelTargets t;
+   t.kni = new KernelNetInfo::Status;
+   t.ipStatus = new Ip::Status;
+   t.routeStatus = new Tesh::Fib::RouteStatus;
+   t.forwardingStatus = new Tesh::Fib::ForwardingStatus;
+   KernelStateWriter w("default", t);
+   auto feed = [&](std::vector<U8> const& b) {
+      for (auto const& e : parse(b)) w.apply(e);
+   };
+   auto host = [&](U8 d, U16 cmd, IpAddr gw) {
+      return route(cmd, IpAddr(2, 2, 2, d), 32, RT_TABLE_MAIN, RTN_UNICAST, RT_SCOPE_UNIVERSE,
+                   {{gw, 2}});
+   };
+   feed(link(RTM_NEWLINK, 2, "eth1", IFF_UP | IFF_RUNNING));
+   for (U8 d = 1; d <= 100; ++d) feed(host(d, RTM_NEWROUTE, IpAddr(10, 0, 0, 2)));
+   feed(host(200, RTM_NEWROUTE, IpAddr(10, 0, 0, 3)));
+   EXPECT_EQ(101u, w.routeCount());
+   EXPECT_EQ(2u, w.forwardingEntryCount());
+   EXPECT_EQ(2u, t.forwardingStatus->fecSize());
+   // A route that moves to the other next hop moves to its entry; the last
+   // route of an entry takes the entry with it.
+   feed(host(200, RTM_NEWROUTE, IpAddr(10, 0, 0, 2)));
+   EXPECT_EQ(1u, t.forwardingStatus->fecSize());
+
+   // Notifications were lost and all routes are read again: the routes the
+   // read does not bring are gone.
+   w.apply(RouteDumpStart{});
+   for (U8 d = 1; d <= 50; ++d) feed(host(d, RTM_NEWROUTE, IpAddr(10, 0, 0, 2)));
+   w.apply(RouteDumpEnd{});
+   EXPECT_EQ(50u, w.routeCount());
+   EXPECT_TRUE(t.routeStatus->routeHas(Nolu::IpGenPrefix(Nolu::Prefix(IpAddr(2, 2, 2, 50), 32))));
+   EXPECT_FALSE(t.routeStatus->routeHas(Nolu::IpGenPrefix(Nolu::Prefix(IpAddr(2, 2, 2, 51), 32))));
+   EXPECT_EQ(1u, w.forwardingEntryCount());
+}

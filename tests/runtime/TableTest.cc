@@ -106,3 +106,31 @@ TEST(Table, SmallCollectionsWalkInOrderThroughDeletion) {
    EXPECT_EQ("abde", seen);
    EXPECT_EQ(3u, t->tagSize());
 }
+
+TEST(Table, SingleMembersLiveInsideTheirCollection) {
+   Vek::SmallMap<U32, U32> m;
+   EXPECT_EQ(12u, sizeof m);
+   m.emplace(5, 50);
+   EXPECT_EQ(0u, m.bytes());
+   m.emplace(3, 30);
+   m.emplace(9, 90);
+   EXPECT_GT(m.bytes(), 0u);
+   std::vector<U32> keys;
+   for (auto it = m.begin(); it; ++it) {
+      keys.push_back(it.key());
+      if (it.key() == 3) m.erase(5);
+   }
+   EXPECT_EQ((std::vector<U32>{3, 9}), keys);
+   m.erase(3);
+   EXPECT_EQ(0u, m.bytes());
+   EXPECT_EQ(90u, *m.find(9));
+
+   Ptr<Flags> f(new Flags);
+   f->colourIs(green_, true);
+   f->colourIs(red_, true);
+   EXPECT_EQ(2u, f->colourSize());
+   f->colourDel(green_);
+   EXPECT_TRUE(f->colourHas(red_));
+   EXPECT_FALSE(f->colourHas(green_));
+   EXPECT_EQ(red_, f->colourIter().key());
+}
