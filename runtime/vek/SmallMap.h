@@ -25,12 +25,31 @@
 
 namespace Vek {
 
+// The member of a small map: a key with its value, or a key alone in a set
+// (a map of bool, whose members are true).
+template <class K, class V>
+struct SmallElem {
+   K key;
+   V value;
+   SmallElem(K k, V v) : key(std::move(k)), value(std::move(v)) {}
+   V& val() { return value; }
+};
+template <class K>
+struct SmallElem<K, bool> {
+   K key;
+   SmallElem(K k, bool v) : key(std::move(k)) {
+      VEK_ASSERT(v && "Internal Error: a set holds its members as true");
+   }
+   bool& val() {
+      static bool member;
+      member = true;
+      return member;
+   }
+};
+
 template <class K, class V>
 class SmallMap {
-   struct Elem {
-      K key;
-      V value;
-   };
+   using Elem = SmallElem<K, V>;
    struct alignas(8) Block {
       U32 cap;
       Elem* elems() { return reinterpret_cast<Elem*>(this + 1); }
@@ -59,7 +78,7 @@ class SmallMap {
 
    V* find(K const& k) {
       U32 i = lowerBound(k);
-      return i < n_ && data()[i].key == k ? &data()[i].value : nullptr;
+      return i < n_ && data()[i].key == k ? &data()[i].val() : nullptr;
    }
    V const* find(K const& k) const { return const_cast<SmallMap*>(this)->find(k); }
    bool contains(K const& k) const { return find(k) != nullptr; }
@@ -67,35 +86,35 @@ class SmallMap {
    template <class... A>
    std::pair<V*, bool> emplace(K const& k, A&&... args) {
       U32 i = lowerBound(k);
-      if (i < n_ && data()[i].key == k) return {&data()[i].value, false};
+      if (i < n_ && data()[i].key == k) return {&data()[i].val(), false};
       if (n_ == 0) {
-         new (room_) Elem{k, V(std::forward<A>(args)...)};
+         new (room_) Elem(k, V(std::forward<A>(args)...));
          n_ = 1;
-         return {&data()[0].value, true};
+         return {&data()[0].val(), true};
       }
       if (n_ == 1) {
          // The one member moves out of the map into a block, with the new one.
          Block* b = newBlock(4);
          Elem* one = data();
          Elem* e = b->elems();
-         new (&e[i == 0 ? 1 : 0]) Elem{std::move(one->key), std::move(one->value)};
+         new (&e[i == 0 ? 1 : 0]) Elem(std::move(*one));
          one->~Elem();
-         new (&e[i]) Elem{k, V(std::forward<A>(args)...)};
+         new (&e[i]) Elem(k, V(std::forward<A>(args)...));
          blockIs(b);
          n_ = 2;
-         return {&e[i].value, true};
+         return {&e[i].val(), true};
       }
       VEK_ASSERT(n_ < 0xffff && "Internal Error: a small collection holds at most 65535 members");
       if (n_ == block()->cap) grow(n_ + n_ / 2);
       Elem* e = data();
       if (i < n_) {
-         new (&e[n_]) Elem{std::move(e[n_ - 1].key), std::move(e[n_ - 1].value)};
+         new (&e[n_]) Elem(std::move(e[n_ - 1]));
          for (U32 j = n_ - 1; j > i; --j) e[j] = std::move(e[j - 1]);
          e[i].~Elem();
       }
-      new (&e[i]) Elem{k, V(std::forward<A>(args)...)};
+      new (&e[i]) Elem(k, V(std::forward<A>(args)...));
       ++n_;
-      return {&e[i].value, true};
+      return {&e[i].val(), true};
    }
 
    bool erase(K const& k, V* out = nullptr) {
@@ -103,8 +122,8 @@ class SmallMap {
       if (i >= n_ || !(data()[i].key == k)) return false;
       Elem* e = data();
       std::optional<V> dead;
-      if (out) *out = std::move(e[i].value);
-      else dead.emplace(std::move(e[i].value));
+      if (out) *out = std::move(e[i].val());
+      else dead.emplace(std::move(e[i].val()));
       for (U32 j = i; j + 1 < n_; ++j) e[j] = std::move(e[j + 1]);
       e[n_ - 1].~Elem();
       if (--n_ == 1) toInline();
@@ -122,7 +141,7 @@ class SmallMap {
          return m_ && i_ < m_->n_;
       }
       K const& key() const { return elem().key; }
-      V const& value() const { return elem().value; }
+      V const& value() const { return const_cast<Elem&>(elem()).val(); }
       bool valid() const {
          refresh();
          return m_ && i_ < m_->n_ && !moved_;
@@ -206,7 +225,7 @@ class SmallMap {
    // The last member left in a block moves into the map.
    void toInline() {
       Block* b = block();
-      new (room_) Elem{std::move(b->elems()[0].key), std::move(b->elems()[0].value)};
+      new (room_) Elem(std::move(b->elems()[0]));
       b->elems()[0].~Elem();
       std::free(b);
    }
@@ -214,7 +233,7 @@ class SmallMap {
       Block* old = block();
       Block* b = newBlock(cap);
       for (U32 i = 0; i < n_; ++i) {
-         new (&b->elems()[i]) Elem{std::move(old->elems()[i].key), std::move(old->elems()[i].value)};
+         new (&b->elems()[i]) Elem(std::move(old->elems()[i]));
          old->elems()[i].~Elem();
       }
       std::free(old);
@@ -229,7 +248,7 @@ class SmallMap {
    void take(SmallMap& o) {
       n_ = o.n_;
       if (n_ == 1) {
-         new (room_) Elem{std::move(o.data()->key), std::move(o.data()->value)};
+         new (room_) Elem(std::move(*o.data()));
          o.data()->~Elem();
       } else if (n_ >= 2) {
          blockIs(o.block());
@@ -241,10 +260,11 @@ class SmallMap {
    U16 n_ = 0;
 };
 
-// A set of enumerators below 32, one bit each, with the interface of a
+// A set of enumerators below 8, one bit each, with the interface of a
 // collection of bool (a value written is always true).
 template <class K>
 class BitSet {
+   static constexpr U32 kBits = 8;
  public:
    std::size_t size() const { return std::popcount(bits_); }
    bool empty() const { return bits_ == 0; }
@@ -253,25 +273,25 @@ class BitSet {
    std::pair<bool*, bool> emplace(K const& k, bool v = true) {
       VEK_ASSERT(v && "Internal Error: a set holds its members as true");
       bool fresh = !contains(k);
-      bits_ |= 1u << bit(k);
+      bits_ = U8(bits_ | 1u << bit(k));
       static bool member;
       member = true;
       return {&member, fresh};
    }
    bool erase(K const& k, bool* out = nullptr) {
       if (!contains(k)) return false;
-      bits_ &= ~(1u << bit(k));
+      bits_ = U8(bits_ & ~(1u << bit(k)));
       if (out) *out = true;
       return true;
    }
    void clear() { bits_ = 0; }
-   U32 bits() const { return bits_; }
+   U8 bits() const { return bits_; }
 
    class Iterator {
     public:
       Iterator() = default;
       Iterator(BitSet const* s, U32 from) : s_(s), at_(from) { skip(); }
-      explicit operator bool() const { return s_ && at_ < 32 && (s_->bits_ >> at_ & 1); }
+      explicit operator bool() const { return s_ && at_ < kBits && (s_->bits_ >> at_ & 1); }
       K key() const {
          VEK_ASSERT(*this && "Internal Error: iterator on a deleted member");
          return static_cast<K>(at_);
@@ -291,8 +311,8 @@ class BitSet {
 
     private:
       void skip() {
-         while (s_ && at_ < 32 && !(s_->bits_ >> at_ & 1)) ++at_;
-         if (at_ >= 32) s_ = nullptr;
+         while (s_ && at_ < kBits && !(s_->bits_ >> at_ & 1)) ++at_;
+         if (at_ >= kBits) s_ = nullptr;
       }
       BitSet const* s_ = nullptr;
       U32 at_ = 0;
@@ -305,11 +325,11 @@ class BitSet {
  private:
    static U32 bit(K const& k) {
       U32 b = static_cast<U32>(k);
-      VEK_ASSERT(b < 32 && "Internal Error: a bit set holds enumerators below 32");
+      VEK_ASSERT(b < kBits && "Internal Error: a bit set holds enumerators below 8");
       return b;
    }
    static constexpr bool kTrue = true;
-   U32 bits_ = 0;
+   U8 bits_ = 0;
 };
 
 }  // namespace Vek
