@@ -35,7 +35,6 @@ void entityTypesRegister() {
    typeRegister<Tesh::Fib::RouteStatus>("Tesh::Fib::RouteStatus");
    typeRegister<Tesh::Fib::ForwardingStatus>("Tesh::Fib::ForwardingStatus");
    typeRegister<Tesh::Fib::FecModeStatus>("Tesh::Fib::FecModeStatus");
-   typeRegister<Mpls::LdpInternalLabelBindingTable>("Mpls::LdpInternalLabelBindingTable");
    typeRegister<LdpP2mpInternalLabelBindingTableColl>("Ldp::LdpP2mpInternalLabelBindingTableColl");
 }
 

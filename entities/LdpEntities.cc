@@ -62,8 +62,6 @@ Vek::Ptr<PwFecSessionConfig> PwFecSessionConfigColl::fecSessionConfigIs(PwFecSes
 namespace Mpls {
 
 void LdpInternalLabelBindingTable::updateProducer(FwdEqvClass const& fec, Nolu::MplsLabel label) {
-   if (label.isNull()) labelDel(fec);
-   else labelIs(fec, label);
    lastFwdEqvClassIs(fec);
    lastLabelIs(label);
    changeCntInc(1);

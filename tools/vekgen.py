@@ -195,7 +195,9 @@ def parse(path, imports=None):
             # Collections of an entry are small sorted maps.
             if kind in ('coll', 'ordered'):
                 kind = 'small'
-        cur.attrs.append(Attr(kind, name, typ, key, default, extra))
+        a = Attr(kind, name, typ, key, default, extra)
+        a.ns = ns
+        cur.attrs.append(a)
     return items, includes
 
 
@@ -219,7 +221,7 @@ def gen_enum(e, out):
 
 
 def entry_type(a, entities):
-    t = entities.get(a.typ)
+    t = entities.get(f'{a.ns}::{a.typ}') or entities.get(a.typ)
     if not t or not t.inline:
         sys.exit(f'entries {a.name}: {a.typ} must be an inline entity declared before')
     return t
