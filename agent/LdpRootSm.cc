@@ -162,7 +162,7 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
    Mpls::RouterId ldpRouter(0, 0);
    st->localLabelBindingTableIs("llbt", ldpRouter);
    st->peerLabelBindingTableCollIs("plbtc");
-   st->localAdvertisementIs("ladv", ldpRouter);
+   st->localAdvertisementIs("ladv");
    st->localIntfIpCollIs("liic");
    st->ldpIdIntfIpMappingTableIs("liiimt");
    st->labelAllocRequestTableIs("lart");
