@@ -75,6 +75,7 @@ class LdpProtoConfigSm : public LdpSm {
       void onLinkReadyTimeout() override { config(); }
       void onLinkReadyDelay() override { config(); }
       void onKeepAliveTime() override { config(); }
+      void onMaxPduLength() override { config(); }
       void onStaticTarget(Nolu::IpGenAddr const& ip) override {
          fwd([&ip](LdpProtoConfigSm* sm) { sm->handleConfigStaticTarget(ip); });
       }

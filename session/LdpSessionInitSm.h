@@ -58,6 +58,9 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
    // it; 0 for acceptance, else the status to reject it with.
    LdpStatusCode parseLdpInitMsg(Vek::Ptr<LdpInitMsgParser> const& parser);
 
+ protected:
+   bool isRxReader() const override { return initialized_ && ldpPduReactRxPam_ && inInitStates(); }
+
  private:
    using RxReactor = PamReadableReactor<LdpSessionInitSm, &LdpSessionInitSm::handlePamReadable>;
    bool inInitStates() const {

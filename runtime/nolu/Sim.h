@@ -142,6 +142,11 @@ class Network {
 
    Vek::Seconds latency() const { return latency_; }
    void latencyIs(Vek::Seconds s) { latency_ = s; }
+   // The receive window of every TCP end: bytes that a writer may have in
+   // flight or unread at the receiver. A writer that meets a full window is
+   // told when it opens again, a latency after the receiver read.
+   U32 tcpWindow() const { return tcpWindow_; }
+   void tcpWindowIs(U32 n) { tcpWindow_ = n ? n : 1; }
 
    // Segments of at most n bytes for what the TCP end with descriptor fd
    // writes (a channel's fileDescriptor()); 0 goes back to the link's size.
@@ -163,6 +168,7 @@ class Network {
    std::map<std::string, std::unique_ptr<Link>> links_;
    std::set<class Event*> events_;
    Vek::Seconds latency_ = 0.001;
+   U32 tcpWindow_ = 256 * 1024;
    U32 ifIndex_ = 1;
    int fd_ = 100000;
 };

@@ -340,7 +340,7 @@ TEST_F(AgentAndFake, WrongReceiverIdentifierIsRejected) {
 }
 
 TEST_F(AgentAndFake, SessionEndingMessageDropsTheRestOfItsPdu) {
-   s.traceLevelIs("LdpSession", 5);
+   s.traceLevelIs("LdpSessionRx", 5);
    untilInitSent();
    // A Shutdown, then two KeepAlives, in one PDU.
    auto pkt = newPkt();
