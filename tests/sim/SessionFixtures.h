@@ -46,6 +46,12 @@ struct SessionTest : ::testing::Test {
       return st ? st->statistics()->sessionStatisticsColl()->sessionStatistics(LdpSessionId(peer)).ptr()
                 : nullptr;
    }
+   // Breaks every TCP connection of the scenario: both ends see a reset.
+   // Sessions run between loopbacks, so their connections cross those links.
+   void resetConnections() {
+      for (auto const* name : {"r1:lo", "r2:lo", "r3:lo"})
+         if (auto* l = s.net().link(name)) l->connectionsReset();
+   }
    // The times at which a session entered a state, from its history.
    static std::vector<double> entered(LdpSessionStatus const* ss, SessionState st) {
       std::vector<double> t;
