@@ -107,6 +107,7 @@ void LdpSessionRxSm::pullFromChannel() {
          continue;
       }
       rxPktQueue_.push_back(std::move(e));
+      rxPktQueueHighWater_ = std::max(rxPktQueueHighWater_, rxPktQueue_.size());
    }
    if (!rxPktQueue_.empty()) {
       rxPktQueueTask_->taskWorkPendingIs(rxPktQueue_.size());

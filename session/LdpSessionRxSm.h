@@ -34,6 +34,8 @@ class LdpSessionRxSm : public LdpSm {
    Vek::Ptr<LdpPduPamPipe> const& ldpPduRxPamOut() const { return ldpPduRxPamOut_; }
    // PDUs received and not yet handed on in full.
    std::size_t rxPktQueueSize() const { return rxPktQueue_.size(); }
+   // The most PDUs that have waited at once.
+   std::size_t rxPktQueueHighWater() const { return rxPktQueueHighWater_; }
    std::size_t rxPktQueueMax() const { return rxPktQueueMax_; }
    void rxPktQueueMaxIs(std::size_t n) { rxPktQueueMax_ = n ? n : 1; }
    static constexpr std::size_t rxPktQueueMaxDefault = 32;
@@ -68,6 +70,7 @@ class LdpSessionRxSm : public LdpSm {
    Vek::Ptr<Nolu::Pam> ldpPduRxPamIn_;
    std::deque<RxPdu> rxPktQueue_;
    std::size_t rxPktQueueMax_ = rxPktQueueMaxDefault;
+   std::size_t rxPktQueueHighWater_ = 0;
    Vek::Ptr<Hesk::TimerTask> rxPktQueueTask_;
    Vek::Input<RxReactor> ldpPduReactRxPamIn_;
    Vek::Input<LdpSessionStatus::Reactor<LdpSessionRxSm>> sessionStatusReactor_;

@@ -89,6 +89,7 @@ void TcpPduPam::failTx(std::string const& reason) {
 void TcpPduPam::rxPause() {
    if (rxPaused_) return;
    rxPaused_ = true;
+   rxPausesInc(1);
    if (backend_) backend_->readInterestIs(false);
 }
 
@@ -130,6 +131,7 @@ void TcpPduPam::readSome() {
       if (have >= size) {
          // A whole PDU: hand it over; one notification per PDU.
          rxQueue_.push_back(std::move(rxCur_));
+         rxQueueHighWater_ = std::max(rxQueueHighWater_, rxQueue_.size());
          rxCur_ = nullptr;
          rxPduCountInc(1);
          readableIs(true);

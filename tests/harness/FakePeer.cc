@@ -46,7 +46,7 @@ void FakePeer::poll() {
    while (auto c = sst_->getConnSocket()) take(c);
    if (cst_ && cst_->connectionStatus() == Nolu::connConnected_)
       if (auto c = cst_->resetConnSocket()) take(c);
-   if (!reading) return;
+   if (!reading_) return;
    for (auto& c : conns_) {
       while (auto p = c->rxPkt()) {
          rxPdus_.push_back(p);
@@ -55,6 +55,11 @@ void FakePeer::poll() {
             rxMsgs_.push_back(Rx{s_.now(), p, pdu->msgOffset(i), pdu->msgHdr(i)->type()});
       }
    }
+}
+
+void FakePeer::readingIs(bool b) {
+   reading_ = b;
+   if (conn()) conn()->enabledIs(b);
 }
 
 void FakePeer::take(Vek::Ptr<Nolu::TcpConnSocket> const& c) {

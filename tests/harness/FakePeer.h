@@ -60,8 +60,9 @@ class FakePeer {
    Vek::Ptr<Ldp::LdpNotificationMsgParser> notification(Ldp::LdpStatusCode status) const;
 
    bool hellos = true;
-   // Off: what the agent sends stays in the socket, and its window fills.
-   bool reading = true;
+   // Off: what the agent sends stays in the socket, and the agent's window
+   // fills; on again, what waited is read.
+   void readingIs(bool b);
 
  private:
    void take(Vek::Ptr<Nolu::TcpConnSocket> const& c);
@@ -79,6 +80,7 @@ class FakePeer {
    std::vector<Rx> rxMsgs_;
    std::vector<Vek::Ptr<Nolu::Pkt>> rxPdus_;
    double nextHello_ = 0.0;
+   bool reading_ = true;
 };
 
 }  // namespace LdpTest

@@ -52,6 +52,17 @@ inline Buf prefixElement(Nolu::IpAddr addr, U8 len) {
    return b;
 }
 
+// A PWid FEC element with its PW id and no interface parameters.
+inline Buf pwElement(U16 pwType, U32 groupId, U32 pwId) {
+   Buf b;
+   put8(b, 0x80);
+   put16(b, pwType & 0x7FFF);
+   put8(b, 4);
+   put32(b, groupId);
+   put32(b, pwId);
+   return b;
+}
+
 inline Buf fecTlv(std::vector<Buf> const& elements) {
    Buf v;
    for (auto const& e : elements) append(v, e);
