@@ -41,6 +41,11 @@ class LdpMsg : public Vek::PtrInterface {
    Nolu::IpGenAddr const& srcIpAddr() const { return srcIpAddr_; }
    void srcIpAddrIs(Nolu::IpGenAddr const& a) { srcIpAddr_ = a; }
 
+   // One is made for every message received, so released ones are kept for
+   // reuse rather than given back to the heap.
+   static void* operator new(std::size_t size);
+   static void operator delete(void* p, std::size_t size);
+
  private:
    LdpIdentifier ldpIdentifier_;
    LdpMsgType msgType_ = LdpMsgTypeNone_;

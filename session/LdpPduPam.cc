@@ -66,8 +66,8 @@ U32 LdpPduPam::getPduSize(Nolu::Pkt const* pkt) {
 // ---- the one-packet pipe between a session's machines
 
 Vek::Ptr<Nolu::Pkt> LdpPduPamPipe::doGetRxPkt() {
-   Vek::Ptr<Nolu::Pkt> p = rxPktHolderShadow();
-   if (p) rxPktHolderShadowIs(nullptr);
+   Vek::Ptr<Nolu::Pkt> p = std::move(rxPktHolderShadow_);
+   rxPktHolderShadow_ = nullptr;
    // The reader has read the parse before the packet; the pipe keeps neither.
    rxPduParser_ = nullptr;
    return p;
@@ -83,7 +83,7 @@ void LdpPduPamPipe::txMsgUnitIs(Vek::Ptr<Nolu::Pkt> const& pkt,
    VEK_ASSERT(!rxPktHolderShadow() && "Internal Error: the last packet was not taken");
    rxPduParser_ = pdu;
    rxMsgIndex_ = index;
-   rxPktHolderShadowIs(pkt);
+   rxPktHolderShadow_ = pkt;
    readableCountInc(1);
 }
 

@@ -101,7 +101,7 @@ void LdpSessionInitSm::handleConnEstablished() {
 
 void LdpSessionInitSm::handlePamReadable() {
    if (!initialized_ || !ldpPduReactRxPam_ || !inInitStates()) return;
-   rxMsgUnitFrom(ldpPduRxPam_.ptr());
+   rxMsgUnitFrom(ldpPduRxPam_.ptr(), ldpPduRxUnitPipe_);
 }
 
 void LdpSessionInitSm::handleRxLdpInitMsg(PktPtr const& pkt, U32 offset) {

@@ -28,7 +28,10 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
                     Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
    // The session's receive and transmit pipes, set once after construction.
-   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduRxPam_ = p; }
+   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) {
+      ldpPduRxPam_ = p;
+      ldpPduRxUnitPipe_ = dynamic_cast<LdpPduPamPipe*>(p.ptr());
+   }
    void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduTxPam_ = p; }
    Vek::Ptr<Nolu::Pam> const& ldpPduRxPam() const { return ldpPduRxPam_; }
    Vek::Ptr<Nolu::Pam> const& ldpPduTxPam() const { return ldpPduTxPam_; }
@@ -72,6 +75,7 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
 
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
    Vek::Ptr<Nolu::Pam> ldpPduRxPam_;
+   LdpPduPamPipe* ldpPduRxUnitPipe_ = nullptr;
    Vek::Ptr<Nolu::Pam> ldpPduTxPam_;
    Vek::Input<RxReactor> ldpPduReactRxPam_;
    Vek::Input<LdpSessionStatus::Reactor<LdpSessionInitSm>> sessionStatusReactor_;

@@ -101,7 +101,7 @@ void LdpSessionMsgSm::resetKeepAliveTimerTask(bool active) {
 
 void LdpSessionMsgSm::handlePamReadable() {
    if (!isRxReader()) return;
-   rxMsgUnitFrom(ldpPduRxPam_.ptr());
+   rxMsgUnitFrom(ldpPduRxPam_.ptr(), ldpPduRxUnitPipe_);
 }
 
 void LdpSessionMsgSm::handleRxLdpMsgUnit(PktPtr const& pkt, LdpPduParser const& pdu, U32 index) {
@@ -323,6 +323,9 @@ void LdpSessionMsgSm::handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U3
                                   LdpMsgType type, Mpls::FwdEqvClass const& fec) {
    LDP_TRACE(th, 7, "   Processing FEC: " << fec.stringValue());
    if (!ldpFecConfigColl_) return;
+   // The FEC's pipe is looked up first, independently of its entry, so that
+   // the two look-ups in large tables overlap.
+   Vek::Ptr<LdpMsgPipe> pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(fec) : nullptr;
    Vek::Ptr<LdpFecConfig> fecConfig;
    if (type == LdpLabelMapping_ || type == LdpLabelRequest_) {
       // A peer's mapping or request makes the FEC known here.
@@ -338,13 +341,15 @@ void LdpSessionMsgSm::handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U3
       }
    }
    LdpSessionId const& peer = ldpSessionId();
-   if (!fecConfig->sessionRxReqTimeHas(peer))
+   if (!fecConfig->sessionRxReqTimeHas(peer)) {
       fecConfig->sessionRxReqTimeIs(peer, Vek::System::currentTime());
+      // The FEC machinery may have made (or dropped) the pipe on hearing of it.
+      pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(fec) : nullptr;
+   }
    auto msg = rxLdpMsg(parser, index);
    // Behind messages that already wait for the FEC's pipe, or for a pipe
    // that is not there yet: the message waits.
-   if (held_.contains(fec)) return holdFecMsg(fec, msg);
-   auto pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(fec) : nullptr;
+   if (!held_.empty() && held_.contains(fec)) return holdFecMsg(fec, msg);
    if (pipe) pipe->txMsgIs(msg);
    else holdFecMsg(fec, msg);
 }

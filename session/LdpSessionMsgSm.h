@@ -41,7 +41,10 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
                    Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
                    Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
-   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduRxPam_ = p; }
+   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) {
+      ldpPduRxPam_ = p;
+      ldpPduRxUnitPipe_ = dynamic_cast<LdpPduPamPipe*>(p.ptr());
+   }
    void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduTxPam_ = p; }
    Vek::Ptr<Nolu::Pam> const& ldpPduRxPam() const { return ldpPduRxPam_; }
    Vek::Ptr<Nolu::Pam> const& ldpPduTxPam() const { return ldpPduTxPam_; }
@@ -121,6 +124,7 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl_;
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
    Vek::Ptr<Nolu::Pam> ldpPduRxPam_;
+   LdpPduPamPipe* ldpPduRxUnitPipe_ = nullptr;
    Vek::Ptr<Nolu::Pam> ldpPduTxPam_;
    Vek::Ptr<Hesk::TimerTask> keepAliveTimerTask_;
    Vek::Ptr<Hesk::TimerTask> heldMsgTimerTask_;

@@ -111,9 +111,8 @@ bool LdpSessionSmCommon::updateIpTransportAddr() {
 
 // ---- receive dispatch
 
-void LdpSessionSmCommon::rxMsgUnitFrom(Nolu::Pam* pipe) {
+void LdpSessionSmCommon::rxMsgUnitFrom(Nolu::Pam* pipe, LdpPduPamPipe* unit) {
    // The parse and the index first: taking the packet empties the pipe.
-   auto* unit = dynamic_cast<LdpPduPamPipe*>(pipe);
    Vek::Ptr<LdpPduParser const> pdu = unit ? unit->rxPduParser() : nullptr;
    U32 index = unit ? unit->rxMsgIndex() : 0;
    PktPtr pkt = pipe->rxPkt();

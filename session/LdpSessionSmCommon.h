@@ -107,8 +107,9 @@ class LdpSessionSmCommon : public LdpSm {
  protected:
    // Whether this machine reads the session's messages in the present state.
    virtual bool isRxReader() const { return false; }
-   // Takes the message unit waiting in the session's receive pipe and runs it.
-   void rxMsgUnitFrom(Nolu::Pam* pipe);
+   // Takes the message unit waiting in the session's receive pipe and runs it;
+   // unit is the same pipe when it hands over message units.
+   void rxMsgUnitFrom(Nolu::Pam* pipe, LdpPduPamPipe* unit);
    static PktPtr newPkt();
    U32 nextMessageId();
    // The type and id of the message that an error refers to. An offset that

@@ -58,7 +58,11 @@ class Link {
    void segmentSizeIs(U32 n) { segmentSize_ = n; }
    std::vector<Record> const& records() const { return records_; }
    void recordsDelAll() { records_.clear(); }
-   void recordIs(Record r) { records_.push_back(std::move(r)); }
+   void recordIs(Record r) {
+      if (recording_) records_.push_back(std::move(r));
+   }
+   // Off: what crosses the link is not kept (long runs, benchmarks).
+   void recordingIs(bool b) { recording_ = b; }
    // Breaks every TCP connection over this link: both ends see a reset.
    void connectionsReset();
 
@@ -70,6 +74,7 @@ class Link {
    Network* net_;
    std::string name_;
    bool up_ = true;
+   bool recording_ = true;
    U32 segmentSize_ = 0;
    std::vector<Record> records_;
    std::vector<std::function<void()>> held_;

@@ -81,6 +81,15 @@ bool FakePeer::runUntil(std::function<bool()> const& cond, double limit) {
    return cond();
 }
 
+bool FakePeer::drive(std::function<bool()> const& cond, double limit) {
+   return s_.runUntil(
+      [&] {
+         poll();
+         return cond();
+      },
+      limit);
+}
+
 void FakePeer::runFor(double d) {
    runUntil([] { return false; }, d);
 }

@@ -32,6 +32,9 @@ class FakePeer {
    void poll();
    bool runUntil(std::function<bool()> const& cond, double limit);
    void runFor(double d);
+   // The same from event to event rather than in steps of a millisecond:
+   // cheaper, for long runs where the peer's timing need not be exact.
+   bool drive(std::function<bool()> const& cond, double limit);
    // Connects to the agent's listener from this peer's transport address.
    void connect(Nolu::IpAddr agent);
 

@@ -8,11 +8,14 @@
 
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/FakePeer.h"
+#include "tests/harness/LabelStandIns.h"
 
 namespace LdpTest::Sessions {
 
 using namespace Ldp;
 using LdpTest::FakePeer;
+using LdpTest::FecPipes;
+using LdpTest::PipeReader;
 using LdpTest::Scenario;
 namespace B = LdpTest::Bytes;
 using Nolu::IpAddr;
@@ -130,88 +133,6 @@ struct FakeActive : SessionTest {
       fake.connect(IpAddr(2, 2, 2, 2));
       ASSERT_TRUE(fake.runUntil([&] { return fake.conn() != nullptr; }, 5.0));
    }
-};
-
-// A label machine of one FEC or pseudowire played by the test: it reads a
-// pipe and keeps what it read, from what waited for it on.
-class PipeReader : public Ldp::LdpSm {
- public:
-   explicit PipeReader(Ptr<LdpMsgPipe> const& p) : LdpSm(0), pipe_(p) {
-      reactor_.init(this, p);
-      initialized_ = true;
-      handleReadableCount();
-   }
-   void handleReadableCount() {
-      if (!initialized_) return;
-      while (auto m = pipe_->rxMsg()) msgs.push_back(m);
-   }
-   std::vector<Ptr<LdpMsg>> msgs;
-
- private:
-   Ptr<LdpMsgPipe> pipe_;
-   Vek::Input<LdpMsgPipe::Reactor<PipeReader>> reactor_;
-};
-
-// The label layer's FEC machinery as far as the session meets it: for every
-// FEC that becomes known, a pipe and its reader, made at once or a moment
-// later. Readers keep the messages they read, or only count them.
-class FecPipes : public Ldp::LdpSm {
- public:
-   FecPipes(Ptr<LdpFecConfigColl const> const& fecs, Ptr<LdpFecMsgPipeColl> const& pipes,
-            Ptr<Hesk::TaskScheduler> const& sched, double delay = 0.0, bool keep = true)
-      : LdpSm(0), pipes_(pipes), delay_(delay), keep_(keep) {
-      timer_ = Hesk::timerTaskIs(this, &FecPipes::handleTimer, sched, 2, "FecPipes");
-      fecsReactor_.init(this, fecs);
-      initialized_ = true;
-   }
-   void handleFecConfig(Mpls::FwdEqvClass const& fec) {
-      if (!initialized_ || readers.count(fec)) return;
-      if (delay_ == 0.0) return make(fec);
-      due_.push_back(fec);
-      timer_->scheduleTaskLowestDelay(delay_);
-   }
-   void handleTimer() {
-      auto due = std::move(due_);
-      due_.clear();
-      for (auto const& f : due) make(f);
-   }
-   class Reader : public Ldp::LdpSm {
-    public:
-      Reader(Ptr<LdpMsgPipe> const& p, FecPipes* owner) : LdpSm(0), pipe_(p), owner_(owner) {
-         reactor_.init(this, p);
-         initialized_ = true;
-         handleReadableCount();
-      }
-      void handleReadableCount() {
-         if (!initialized_) return;
-         while (auto m = pipe_->rxMsg()) {
-            ++owner_->count;
-            if (owner_->keep_) msgs.push_back(m);
-         }
-      }
-      std::vector<Ptr<LdpMsg>> msgs;
-
-    private:
-      Ptr<LdpMsgPipe> pipe_;
-      FecPipes* owner_;
-      Vek::Input<LdpMsgPipe::Reactor<Reader>> reactor_;
-   };
-   std::map<Mpls::FwdEqvClass, Ptr<Reader>> readers;
-   U64 count = 0;
-
- private:
-   void make(Mpls::FwdEqvClass const& fec) {
-      auto pipe = ldpMsgPipeFactory(fec.stringValue());
-      // The pipe first, its reader after, as the FEC machinery makes them.
-      pipes_->msgPipeIs(fec, pipe);
-      readers[fec] = Vek::makeSm<Reader>(pipe, this);
-   }
-   Ptr<LdpFecMsgPipeColl> pipes_;
-   double delay_;
-   bool keep_;
-   std::vector<Mpls::FwdEqvClass> due_;
-   Ptr<Hesk::TimerTask> timer_;
-   Vek::Input<LdpFecConfigColl::Reactor<FecPipes>> fecsReactor_;
 };
 
 inline Mpls::FwdEqvClass fec24(U8 a, U8 b, U8 c) {
