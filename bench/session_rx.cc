@@ -131,8 +131,8 @@ struct Rig {
       for (U32 first = 0; first < fecCount; first += perPdu) {
          std::vector<B::Buf> msgs;
          for (U32 k = first; k < first + perPdu && k < fecCount; ++k)
-            msgs.push_back(B::labelMsg(LdpLabelMapping_, nextId++, {B::prefixElement(fecAddr(k), 24)},
-                                       16 + k % 100000));
+            msgs.push_back(B::labelMsg(LdpLabelMapping_, nextId++,
+                                       {B::prefixElement(fecAddr(k), 24)}, 16 + k % 100000));
          pdus.push_back(B::pduBytes(peer.ldpId(), msgs));
       }
    }

@@ -20,9 +20,9 @@ using Nolu::IpAddr;
    std::fprintf(stderr, "session invariant broken: %s\n", what);
    std::abort();
 }
-#define DRIVE_CHECK(cond)        \
-   do {                          \
-      if (!(cond)) fail(#cond);  \
+#define DRIVE_CHECK(cond)       \
+   do {                         \
+      if (!(cond)) fail(#cond); \
    } while (0)
 
 // The input, read front to back; past its end every read is 0.
@@ -61,15 +61,15 @@ class Drive {
       if (mode & 0x20) agent_.config()->maxPduLengthIs(8000);
       agent_.intfIs("eth1", eth_, Nolu::IpAddrWithMask(IpAddr(10, 0, 0, 2), 24));
       agent_.loopback("2.2.2.2");
-      fake_ = std::make_unique<LdpTest::FakePeer>(s_, eth_, "fake",
-                                                   peerActive_ ? IpAddr(3, 3, 3, 3) : IpAddr(1, 1, 1, 1));
+      fake_ = std::make_unique<LdpTest::FakePeer>(
+         s_, eth_, "fake", peerActive_ ? IpAddr(3, 3, 3, 3) : IpAddr(1, 1, 1, 1));
       agent_.ldp();
       s_.runUntil([&] { return agent_.root() != nullptr; }, 5.0);
       if (!agent_.root()) fail("LDP runs");
       pipes_ = std::make_unique<LdpTest::FecPipes>(
          agent_.status()->ldpFecConfigColl(),
-         Vek::Ptr<LdpFecMsgPipeColl>(agent_.root()->ldpFecMsgPipeColl()), agent_.agent()->scheduler(),
-         (mode & 0x40) ? 0.2 : 0.0, false);
+         Vek::Ptr<LdpFecMsgPipeColl>(agent_.root()->ldpFecMsgPipeColl()),
+         agent_.agent()->scheduler(), (mode & 0x40) ? 0.2 : 0.0, false);
    }
    ~Drive() {
       pipes_.reset();
@@ -116,10 +116,12 @@ class Drive {
       if (!driverOpens_) return;
       U16 keepAlive = 30;
       if (bundled_) {
-         fake_->send({B::initMsg(nextId_++, agentId, keepAlive, peerMaxPdu_), B::keepAliveMsg(nextId_++)});
+         fake_->send(
+            {B::initMsg(nextId_++, agentId, keepAlive, peerMaxPdu_), B::keepAliveMsg(nextId_++)});
       } else {
          fake_->send({B::initMsg(nextId_++, agentId, keepAlive, peerMaxPdu_)});
-         fake_->drive([&] { return fake_->rxCount(LdpKeepAlive_) > 0 || state() == stateClosed_; }, 2.0);
+         fake_->drive([&] { return fake_->rxCount(LdpKeepAlive_) > 0 || state() == stateClosed_; },
+                      2.0);
          fake_->send({B::keepAliveMsg(nextId_++)});
       }
       fake_->drive([&] { return state() == stateOperational_ || state() == stateClosed_; }, 2.0);
@@ -160,12 +162,17 @@ class Drive {
       case 4: {
          std::vector<IpAddr> a;
          for (U8 i = 0; i < 1 + in_.byte() % 3; ++i) a.push_back(addr());
-         return B::msg((kind & 0x0F) == 3 ? LdpAddress_ : LdpAddressWithdraw_, id(), B::addrListTlv(a));
+         return B::msg((kind & 0x0F) == 3 ? LdpAddress_ : LdpAddressWithdraw_, id(),
+                       B::addrListTlv(a));
       }
       case 5: return B::labelMsg(LdpLabelMapping_, id(), fecElements(), 16 + in_.u16());
       case 6: return B::labelMsg(LdpLabelRequest_, id(), fecElements());
-      case 7: return B::labelMsg(LdpLabelWithdraw_, id(), fecElements(), in_.byte() & 1 ? 16 + in_.u16() : 0);
-      case 8: return B::labelMsg(LdpLabelRelease_, id(), fecElements(), in_.byte() & 1 ? 16 + in_.u16() : 0);
+      case 7:
+         return B::labelMsg(LdpLabelWithdraw_, id(), fecElements(),
+                            in_.byte() & 1 ? 16 + in_.u16() : 0);
+      case 8:
+         return B::labelMsg(LdpLabelRelease_, id(), fecElements(),
+                            in_.byte() & 1 ? 16 + in_.u16() : 0);
       case 9: {
          B::Buf t = B::fecTlv(fecElements());
          B::Buf req;
@@ -176,8 +183,8 @@ class Drive {
       case 10: {
          static U16 const refs[] = {0, LdpLabelMapping_, LdpLabelRequest_, LdpInitialization_};
          U8 f = in_.byte();
-         return B::notificationMsg(id(), in_.byte() % 0x30, f & 1, in_.byte() & 1 ? nextId_ - 1 : in_.u32(),
-                                   refs[(f >> 1) & 3]);
+         return B::notificationMsg(id(), in_.byte() % 0x30, f & 1,
+                                   in_.byte() & 1 ? nextId_ - 1 : in_.u32(), refs[(f >> 1) & 3]);
       }
       case 11: {
          B::Buf v;
@@ -185,8 +192,11 @@ class Drive {
          B::put16(v, 0);
          return B::msg(LdpHello_, id(), B::tlv(0x0400, v));
       }
-      case 12: return B::msg(LdpCapability_, id(), B::tlv(U16(0x0500 + in_.byte()), in_.bytes(in_.byte() % 4), true));
-      case 13: return B::msg(U16(0x3E00 + in_.byte()), id(), in_.bytes(in_.byte() % 8), in_.byte() & 1);
+      case 12:
+         return B::msg(LdpCapability_, id(),
+                       B::tlv(U16(0x0500 + in_.byte()), in_.bytes(in_.byte() % 4), true));
+      case 13:
+         return B::msg(U16(0x3E00 + in_.byte()), id(), in_.bytes(in_.byte() % 8), in_.byte() & 1);
       default: {
          // Anything at all: a type and bytes behind it.
          U16 type = in_.u16();
@@ -200,8 +210,10 @@ class Drive {
       auto pipe = agent_.root()->ldpSessionMsgPipeColl()->msgPipe(sessionId());
       if (!pipe) return;
       std::vector<B::Buf> e;
-      if (in_.byte() & 1) e.push_back(B::pwElement(5, 1, 1 + in_.byte() % 3));
-      else e.push_back(B::prefixElement(IpAddr(30, 0, in_.byte(), 0), 24));
+      if (in_.byte() & 1)
+         e.push_back(B::pwElement(5, 1, 1 + in_.byte() % 3));
+      else
+         e.push_back(B::prefixElement(IpAddr(30, 0, in_.byte(), 0), 24));
       auto m = ldpMsgFactory(agentId, B::pkt(B::labelMsg(LdpLabelMapping_, nextId_++, e, 100)), 0);
       m->priorityIs(in_.byte() & 1);
       pipe->txMsgIs(m);
@@ -241,8 +253,10 @@ class Drive {
       case 6: fromAbove(); break;
       default: {
          U8 c = in_.byte();
-         if (c & 1) agent_.config()->keepAliveTimeIs(U16(c | 1));
-         else agent_.config()->maxPduLengthIs(U16(256 + 32 * c));
+         if (c & 1)
+            agent_.config()->keepAliveTimeIs(U16(c | 1));
+         else
+            agent_.config()->maxPduLengthIs(U16(256 + 32 * c));
          break;
       }
       }

@@ -194,7 +194,8 @@ void LdpSessionMsgSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) 
          if (info->valid && ldpFecMsgPipeColl_) pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
       } else if (auto const* local = stats->pwLocalMsgIdInfoFind(id)) {
          if (local->valid && pwFecSessionMsgPipeColl_)
-            pipe = pwFecSessionMsgPipeColl_->localMsgPipe(PwFecSessionId(local->fec, ldpSessionId()));
+            pipe = pwFecSessionMsgPipeColl_->localMsgPipe(
+               PwFecSessionId(local->fec, ldpSessionId()));
       } else if (auto const* remote = stats->pwRemoteMsgIdInfoFind(id)) {
          if (remote->valid && pwFecSessionMsgPipeColl_)
             pipe = pwFecSessionMsgPipeColl_->remoteMsgPipe(
@@ -307,7 +308,8 @@ void LdpSessionMsgSm::handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgT
          break;
       }
       case pwIdElement_:
-         LDP_TRACE(th, 7, "   Processing Pseudowire FEC: " << fec->pwFwdEqvCls(i).fwdEqvClass().pwId());
+         LDP_TRACE(th, 7,
+                   "   Processing Pseudowire FEC: " << fec->pwFwdEqvCls(i).fwdEqvClass().pwId());
          handleRxPwFec(parser, i, type, fec->pwFwdEqvCls(i));
          break;
       default:
@@ -360,7 +362,8 @@ void LdpSessionMsgSm::sendReleaseForUnknownFec(LdpMsgParser const& withdraw,
    // the peer does not keep it waiting.
    PktPtr pkt = newPkt();
    auto gen = ldpMsgGenFactory(pkt);
-   bool ok = gen->addLdpPduHdr(LdpProtoParam::ldpVersion(), ldpSessionStatus()->localLdpIdentifier());
+   bool ok =
+      gen->addLdpPduHdr(LdpProtoParam::ldpVersion(), ldpSessionStatus()->localLdpIdentifier());
    ok = ok && gen->addLdpMsgHdr(false, LdpLabelRelease_, nextMessageId());
    ok = ok && gen->addFecTlvPrefix(fec);
    if (auto const* label = withdraw.genLabelTlv())

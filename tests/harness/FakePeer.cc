@@ -5,9 +5,9 @@
 
 namespace LdpTest {
 
-FakePeer::FakePeer(Scenario& s, Nolu::Sim::Link* link, std::string const& name,
-                   Nolu::IpAddr lsrId, Nolu::IpAddr linkAddr)
-   : s_(s), lsrId_(lsrId), linkAddr_(linkAddr), ns_(name) {
+FakePeer::FakePeer(Scenario& s, Nolu::Sim::Link* link, std::string const& name, Nolu::IpAddr lsrId,
+                   Nolu::IpAddr linkAddr)
+    : s_(s), lsrId_(lsrId), linkAddr_(linkAddr), ns_(name) {
    Nolu::Sim::Host* host = s.net().hostIs(name);
    host->intfIs("eth1", link, linkAddr, 24);
    host->intfIs("lo", nullptr, lsrId, 32);

@@ -37,9 +37,10 @@ class PipeReader : public Ldp::LdpSm {
 // later. Readers keep the messages they read, or only count them.
 class FecPipes : public Ldp::LdpSm {
  public:
-   FecPipes(Vek::Ptr<Ldp::LdpFecConfigColl const> const& fecs, Vek::Ptr<Ldp::LdpFecMsgPipeColl> const& pipes,
+   FecPipes(Vek::Ptr<Ldp::LdpFecConfigColl const> const& fecs,
+            Vek::Ptr<Ldp::LdpFecMsgPipeColl> const& pipes,
             Vek::Ptr<Hesk::TaskScheduler> const& sched, double delay = 0.0, bool keep = true)
-      : LdpSm(0), pipes_(pipes), delay_(delay), keep_(keep) {
+       : LdpSm(0), pipes_(pipes), delay_(delay), keep_(keep) {
       timer_ = Hesk::timerTaskIs(this, &FecPipes::handleTimer, sched, 2, "FecPipes");
       fecsReactor_.init(this, fecs);
       initialized_ = true;
@@ -57,7 +58,8 @@ class FecPipes : public Ldp::LdpSm {
    }
    class Reader : public Ldp::LdpSm {
     public:
-      Reader(Vek::Ptr<Ldp::LdpMsgPipe> const& p, FecPipes* owner) : LdpSm(0), pipe_(p), owner_(owner) {
+      Reader(Vek::Ptr<Ldp::LdpMsgPipe> const& p, FecPipes* owner)
+          : LdpSm(0), pipe_(p), owner_(owner) {
          reactor_.init(this, p);
          initialized_ = true;
          handleReadableCount();

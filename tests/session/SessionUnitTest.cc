@@ -146,20 +146,20 @@ class CaptureChannel : public Nolu::Pam {
 TEST_F(SessionRig, KeepAliveOvertakesWaitingLabelPdus) {
    auto statistics = status->statistics()->sessionStatisticsColl()->sessionStatistics(id);
    auto pipe = ldpMsgPipeFactory("tx");
-   auto tx = LdpSessionTxSm::LdpSessionTxSmIs(1, id, pc, configs->sessionConfig(id),
-                                              configs->ldpSessionCommonConfig(),
-                                              statuses->sessionStatus(id), status, statistics, pipe,
-                                              sched);
+   auto tx = LdpSessionTxSm::LdpSessionTxSmIs(
+      1, id, pc, configs->sessionConfig(id), configs->ldpSessionCommonConfig(),
+      statuses->sessionStatus(id), status, statistics, pipe, sched);
    Ptr<CaptureChannel> channel(new CaptureChannel);
    tx->ldpPduTxPamIs(channel);
    st()->operMaxPduLengthIs(4096);
    st()->operKeepAliveTxIntervalIs(10);
    st()->sessionStateIs(stateOperational_);
    // The channel takes nothing: a label PDU closes and waits in the queue.
-   auto msg = ldpMsgFactory(LdpIdentifier(IpAddr(1, 1, 1, 1), 0),
-                            LdpTest::Bytes::pkt(LdpTest::Bytes::labelMsg(
-                               LdpLabelMapping_, 7, {LdpTest::Bytes::prefixElement(IpAddr(20, 0, 0, 0), 24)}, 99)),
-                            0);
+   auto msg = ldpMsgFactory(
+      LdpIdentifier(IpAddr(1, 1, 1, 1), 0),
+      LdpTest::Bytes::pkt(LdpTest::Bytes::labelMsg(
+         LdpLabelMapping_, 7, {LdpTest::Bytes::prefixElement(IpAddr(20, 0, 0, 0), 24)}, 99)),
+      0);
    msg->priorityIs(1);
    pipe->txMsgIs(msg);
    am.runFor(0.02);
@@ -170,7 +170,8 @@ TEST_F(SessionRig, KeepAliveOvertakesWaitingLabelPdus) {
    channel->writableCountInc(5);
    tx->handleKeepAliveTxTimerTask();
    am.runFor(0.0);
-   EXPECT_EQ((std::vector<Ldp::LdpMsgType>{LdpKeepAlive_, LdpLabelMapping_}), channel->firstTypes());
+   EXPECT_EQ((std::vector<Ldp::LdpMsgType>{LdpKeepAlive_, LdpLabelMapping_}),
+             channel->firstTypes());
    EXPECT_EQ(0u, tx->txPktQueueSize());
    tx = nullptr;
 }

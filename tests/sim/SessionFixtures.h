@@ -47,7 +47,10 @@ struct SessionTest : ::testing::Test {
    }
    static LdpSessionStatistics const* stats(LdpTest::AgentNode& n, LdpIdentifier const& peer) {
       auto* st = n.status();
-      return st ? st->statistics()->sessionStatisticsColl()->sessionStatistics(LdpSessionId(peer)).ptr()
+      return st ? st->statistics()
+                     ->sessionStatisticsColl()
+                     ->sessionStatistics(LdpSessionId(peer))
+                     .ptr()
                 : nullptr;
    }
    // Breaks every TCP connection of the scenario: both ends see a reset.

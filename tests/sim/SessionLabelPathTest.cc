@@ -25,8 +25,12 @@ struct LabelPath : AgentAndFake {
    Nolu::TcpPduPam* channel() {
       return b.root()->ldpPduPamSessionColl()->ldpPduPam(LdpSessionId(r1Id)).ptr();
    }
-   LdpSessionRxSm* rxSm() { return b.root()->ldpSessionSmColl()->sessionRxSm(LdpSessionId(r1Id)).ptr(); }
-   LdpSessionTxSm* txSm() { return b.root()->ldpSessionSmColl()->sessionTxSm(LdpSessionId(r1Id)).ptr(); }
+   LdpSessionRxSm* rxSm() {
+      return b.root()->ldpSessionSmColl()->sessionRxSm(LdpSessionId(r1Id)).ptr();
+   }
+   LdpSessionTxSm* txSm() {
+      return b.root()->ldpSessionSmColl()->sessionTxSm(LdpSessionId(r1Id)).ptr();
+   }
    // PDUs of the peer holding n Label Mappings each, for /24 FECs from
    // 20.first.0.0 on.
    std::vector<Ptr<Nolu::Pkt>> mappings(U32 pdus, U32 perPdu, U32 first = 0) {
@@ -35,9 +39,10 @@ struct LabelPath : AgentAndFake {
       for (U32 p = 0; p < pdus; ++p) {
          std::vector<B::Buf> msgs;
          for (U32 i = 0; i < perPdu; ++i, ++k)
-            msgs.push_back(B::labelMsg(LdpLabelMapping_, 1000 + k,
-                                       {B::prefixElement(IpAddr(20, U8(k >> 16), U8(k >> 8), U8(k)), 32)},
-                                       16 + (k % 1000)));
+            msgs.push_back(
+               B::labelMsg(LdpLabelMapping_, 1000 + k,
+                           {B::prefixElement(IpAddr(20, U8(k >> 16), U8(k >> 8), U8(k)), 32)},
+                           16 + (k % 1000)));
          out.push_back(B::pdu(r1Id, msgs));
       }
       return out;
@@ -63,14 +68,14 @@ TEST_F(LabelPath, MessagesAreHandedOnInPlaceParsedOncePerFec) {
    untilOperational();
    // One PDU of 50 mappings, the first with three FEC elements.
    std::vector<B::Buf> msgs;
-   msgs.push_back(B::labelMsg(LdpLabelMapping_, 500,
-                              {B::prefixElement(IpAddr(21, 0, 0, 0), 24),
-                               B::prefixElement(IpAddr(21, 0, 1, 0), 24),
-                               B::prefixElement(IpAddr(21, 0, 2, 0), 24)},
-                              700));
+   msgs.push_back(B::labelMsg(
+      LdpLabelMapping_, 500,
+      {B::prefixElement(IpAddr(21, 0, 0, 0), 24), B::prefixElement(IpAddr(21, 0, 1, 0), 24),
+       B::prefixElement(IpAddr(21, 0, 2, 0), 24)},
+      700));
    for (U32 i = 1; i < 50; ++i)
-      msgs.push_back(B::labelMsg(LdpLabelMapping_, 500 + i, {B::prefixElement(IpAddr(22, 0, U8(i), 0), 24)},
-                                 700 + i));
+      msgs.push_back(B::labelMsg(LdpLabelMapping_, 500 + i,
+                                 {B::prefixElement(IpAddr(22, 0, U8(i), 0), 24)}, 700 + i));
    fake.send(msgs);
    fake.runFor(0.1);
    ASSERT_EQ(52u, pipes->readers.size());
@@ -138,7 +143,8 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
    // The FEC machinery makes a new FEC's pipe a moment after the FEC appears.
    fecPipes(0.3);
    untilOperational();
-   fake.send({B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
+   fake.send(
+      {B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
    fake.runFor(0.1);
    EXPECT_EQ(0u, pipes->readers.size());
    fake.runFor(0.4);
@@ -150,8 +156,9 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
    // is answered with a Release of its label.
    auto fecs = b.status()->ldpFecConfigColl();
    std::size_t known = fecs->fecConfigSize();
-   fake.send({B::labelMsg(LdpLabelWithdraw_, 601, {B::prefixElement(IpAddr(24, 0, 0, 0), 24)}, 801),
-              B::labelMsg(LdpLabelRelease_, 602, {B::prefixElement(IpAddr(24, 0, 1, 0), 24)}, 802)});
+   fake.send(
+      {B::labelMsg(LdpLabelWithdraw_, 601, {B::prefixElement(IpAddr(24, 0, 0, 0), 24)}, 801),
+       B::labelMsg(LdpLabelRelease_, 602, {B::prefixElement(IpAddr(24, 0, 1, 0), 24)}, 802)});
    fake.runFor(0.5);
    EXPECT_EQ(known, fecs->fecConfigSize());
    EXPECT_FALSE(fecs->fecConfigHas(fec24(24, 0, 0)));
@@ -168,7 +175,8 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
 
 TEST_F(AgentAndFake, HeldMessagesForAFecThatNeverComesAreDropped) {
    untilOperational();
-   fake.send({B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
+   fake.send(
+      {B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
    fake.runFor(0.1);
    auto* msgSm = b.root()->ldpSessionSmColl()->sessionMsgSm(LdpSessionId(r1Id)).ptr();
    EXPECT_EQ(1u, msgSm->heldFecMsgCount());
@@ -186,7 +194,8 @@ TEST_F(LabelPath, TransmitBatchesToTheMaximumAndByPriority) {
    fake.rxClear();
    // 300 mappings within the hold time: batched into PDUs that fit.
    for (U32 i = 0; i < 300; ++i)
-      txMsgPipe()->txMsgIs(toSend({B::prefixElement(IpAddr(25, 0, U8(i >> 8), U8(i)), 32)}, 2000 + i));
+      txMsgPipe()->txMsgIs(
+         toSend({B::prefixElement(IpAddr(25, 0, U8(i >> 8), U8(i)), 32)}, 2000 + i));
    double t0 = s.now();
    ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelMapping_) == 300; }, 2.0));
    EXPECT_GT(s.now() - t0, 0.45);
@@ -218,7 +227,8 @@ TEST_F(LabelPath, TransmitKeepsPaceWithASlowPeer) {
    fake.rxClear();
    fake.readingIs(false);
    for (U32 i = 0; i < 5000; ++i)
-      txMsgPipe()->txMsgIs(toSend({B::prefixElement(IpAddr(27, 0, U8(i >> 8), U8(i)), 32)}, 4000 + i));
+      txMsgPipe()->txMsgIs(
+         toSend({B::prefixElement(IpAddr(27, 0, U8(i >> 8), U8(i)), 32)}, 4000 + i));
    fake.runFor(3.0);
    // The channel holds at most what is left of one PDU; the rest waits in
    // the session, whole PDUs that nothing has cut.
@@ -239,7 +249,8 @@ TEST_F(LabelPath, SentMessageRecordsAreBoundedAndRouteNotifications) {
    untilOperational();
    // A pseudowire's remote side, played by the test.
    auto pwMsg = B::labelMsg(LdpLabelMapping_, 1, {B::pwElement(5, 7, 42)}, 100);
-   PwFwdEqvClass pw = ldpMsgParserGet(B::pkt(pwMsg), 0)->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass();
+   PwFwdEqvClass pw =
+      ldpMsgParserGet(B::pkt(pwMsg), 0)->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass();
    PwFecSessionId pwId(pw, LdpSessionId(r1Id));
    auto pwPipe = ldpMsgPipeFactory("pw");
    b.root()->pwFecSessionMsgPipeColl()->remoteMsgPipeIs(pwId, pwPipe);

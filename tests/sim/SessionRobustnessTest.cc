@@ -157,9 +157,10 @@ TEST_F(AgentAndFake, LabelMessagesWaitForTheOperationalState) {
    ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelMapping_) == 1; }, 2.0));
    // It came behind the KeepAlive that opened the session.
    auto const& rx = fake.rxMsgs();
-   auto ka = std::find_if(rx.begin(), rx.end(), [](auto const& m) { return m.type == LdpKeepAlive_; });
-   auto map = std::find_if(rx.begin(), rx.end(),
-                           [](auto const& m) { return m.type == LdpLabelMapping_; });
+   auto ka =
+      std::find_if(rx.begin(), rx.end(), [](auto const& m) { return m.type == LdpKeepAlive_; });
+   auto map =
+      std::find_if(rx.begin(), rx.end(), [](auto const& m) { return m.type == LdpLabelMapping_; });
    EXPECT_LT(ka - rx.begin(), map - rx.begin());
 
    // A closed session takes none.
@@ -191,7 +192,8 @@ TEST_F(TwoAgents, EveryMessageIsCountedOnce) {
    // What one side sent, the other received, message for message.
    auto total = [](LdpSessionStatistics const* st, bool rx) {
       U64 n = 0;
-      for (auto it = rx ? st->ldpMsgRxCountIter() : st->ldpMsgTxCountIter(); it; ++it) n += it.value();
+      for (auto it = rx ? st->ldpMsgRxCountIter() : st->ldpMsgTxCountIter(); it; ++it)
+         n += it.value();
       return n;
    };
    EXPECT_EQ(total(sa, false), total(sb, true));
@@ -282,7 +284,9 @@ TEST_F(AgentAndFake, AddressMessagesFitAndEndWithTheSession) {
    // next session, which never advertised it.
    resetConnections();
    ASSERT_TRUE(fake.runUntil([&] { return state() == stateClosed_; }, 5.0));
-   b.ipStatus()->vrfIpIntfStatusIs("default")->ipIntfStatusIs(Nolu::IntfId("dummy0"))
+   b.ipStatus()
+      ->vrfIpIntfStatusIs("default")
+      ->ipIntfStatusIs(Nolu::IntfId("dummy0"))
       ->secondaryAddrWithMaskDel(IpAddrWithMask(IpAddr(172, 16, 0, 5), 32));
    fake.rxClear();
    ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpInitialization_) == 1; }, 60.0));
