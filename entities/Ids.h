@@ -227,12 +227,17 @@ struct LdpMsgIdFecMappingInfo {
    Mpls::FwdEqvClass fec;
    LdpMsgType msgType = LdpMsgTypeNone_;
    Nolu::MplsLabel label;
+   // Clear once the message no longer stands for anything: a Notification
+   // about it then reaches nobody.
+   bool valid = true;
    bool operator==(LdpMsgIdFecMappingInfo const& o) const = default;
 };
 struct PwMsgIdFecMappingInfo {
    PwFwdEqvClass fec;
    LdpMsgType msgType = LdpMsgTypeNone_;
    Nolu::MplsLabel label;
+   // As above.
+   bool valid = true;
    bool operator==(PwMsgIdFecMappingInfo const& o) const = default;
 };
 

@@ -48,6 +48,8 @@ void LdpSessionStatus::addSessionStateLogEntry(LdpSessionStateLogEntry const& e)
    if (!log) log = sessionStateLogEntryCollIs();
    U32 index = log->nextIndexInc(1);
    log->entryIs(index, e);
+   // A session that flaps keeps only its latest history.
+   while (log->entrySize() > stateLogEntryMax) log->entryDel(U32(log->entryIter().key()));
 }
 
 Vek::Ptr<PwFecSessionConfig> PwFecSessionConfigColl::fecSessionConfigIs(PwFecSessionId const& id,

@@ -66,14 +66,24 @@ U32 LdpPduPam::getPduSize(Nolu::Pkt const* pkt) {
 // ---- the one-packet pipe between a session's machines
 
 Vek::Ptr<Nolu::Pkt> LdpPduPamPipe::doGetRxPkt() {
-   Vek::Ptr<Nolu::Pkt> p = rxPktHolderShadow();
-   if (p) rxPktHolderShadowIs(nullptr);
+   Vek::Ptr<Nolu::Pkt> p = std::move(rxPktHolderShadow_);
+   rxPktHolderShadow_ = nullptr;
+   // The reader has read the parse before the packet; the pipe keeps neither.
+   rxPduParser_ = nullptr;
    return p;
 }
 
+
 void LdpPduPamPipe::txPktIs(Vek::Ptr<Nolu::Pkt> const& pkt) {
-   VEK_ASSERT(!rxPktHolderShadow());
-   rxPktHolderShadowIs(pkt);
+   txMsgUnitIs(pkt, nullptr, 0);
+}
+
+void LdpPduPamPipe::txMsgUnitIs(Vek::Ptr<Nolu::Pkt> const& pkt,
+                                Vek::Ptr<LdpPduParser const> const& pdu, U32 index) {
+   VEK_ASSERT(!rxPktHolderShadow() && "Internal Error: the last packet was not taken");
+   rxPduParser_ = pdu;
+   rxMsgIndex_ = index;
+   rxPktHolderShadow_ = pkt;
    readableCountInc(1);
 }
 

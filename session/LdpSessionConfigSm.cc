@@ -1,5 +1,7 @@
 #include "session/LdpSessionConfigSm.h"
 
+#include <algorithm>
+
 namespace Ldp {
 
 namespace {
@@ -14,6 +16,8 @@ class LdpSessionConfigSm::ProtoConfigReactor
    void onIpTransportAddr() override { fwd([](auto* s) { s->handleLdpSessionCommonConfig(); }); }
    void onLdpLabelAdvDspl() override { fwd([](auto* s) { s->handleLdpSessionCommonConfig(); }); }
    void onLdpIdentifier() override { fwd([](auto* s) { s->handleLdpSessionConfig(); }); }
+   void onKeepAliveTime() override { fwd([](auto* s) { s->handleLdpSessionConfig(); }); }
+   void onMaxPduLength() override { fwd([](auto* s) { s->handleLdpSessionConfig(); }); }
 };
 
 class LdpSessionConfigSm::CommonConfigReactor
@@ -103,6 +107,11 @@ void LdpSessionConfigSm::handleLdpPeerConfig(LdpIdentifier const& ldpId) {
       LDP_TRACE(th, 7, "Setting IP Transport Address to NULL to Session " << id);
    }
    sc->localLdpIdentifierIs(in_.protoConfig->ldpIdentifier());
+   // What the session proposes when it is next established.
+   U16 keepAlive = in_.protoConfig->keepAliveTime();
+   sc->keepAliveTimeIs(keepAlive);
+   sc->keepAliveTxIntervalIs(U16(keepAlive / 3));
+   sc->maxPduLengthIs(in_.protoConfig->maxPduLength());
    calculateSessionRole(id);
 }
 
@@ -250,6 +259,10 @@ void LdpSessionConfigSm::assignPamToSession(int sd, LdpSessionId const& id,
    status->localPortIs(localPort);
    status->peerIpAddrIs(Nolu::IpGenAddr(peerIp));
    status->peerPortIs(peerPort);
+   // Until the session has agreed on a maximum, a PDU may be as long as the
+   // default or as this LSR proposes, whichever is more.
+   if (auto sc = in_.ldpSessionConfigColl->sessionConfig(id))
+      pam->maxPduLengthIs(std::max<U32>(sc->maxPduLength(), LdpProtoParam::defaultMaxPduLength()));
    txSm->ldpPduTxPamIs(pam);
    rxSm->ldpPduRxPamInIs(pam);
    pam->stateIs(pamOperational);

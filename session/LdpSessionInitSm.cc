@@ -40,8 +40,10 @@ void LdpSessionInitSm::ldpPduSend(PktPtr const& pkt) {
 }
 
 void LdpSessionInitSm::sendNotification(LdpStatusCode code, LdpMsgType refType, U32 refId) {
+   // Every Notification sent during initialisation goes with the end of the
+   // session: it is fatal whatever its code.
    PktPtr pkt = newPkt();
-   genLdpNotificationMsg(pkt, false, code, refType, refId);
+   genLdpNotificationMsg(pkt, false, code, refType, refId, true);
    ldpPduSend(pkt);
 }
 
@@ -98,12 +100,8 @@ void LdpSessionInitSm::handleConnEstablished() {
 }
 
 void LdpSessionInitSm::handlePamReadable() {
-   if (!initialized_ || !ldpPduReactRxPam_) return;
-   PktPtr pkt = ldpPduRxPam_->rxPkt();
-   if (!pkt) return;
-   VEK_ASSERT(ldpSessionStatus()->sessionState() != stateOperational_);
-   sessionStatistics()->ldpPduRxCountInc(1);
-   handleRxLdpPdu(pkt, 0);
+   if (!initialized_ || !ldpPduReactRxPam_ || !inInitStates()) return;
+   rxMsgUnitFrom(ldpPduRxPam_.ptr(), ldpPduRxUnitPipe_);
 }
 
 void LdpSessionInitSm::handleRxLdpInitMsg(PktPtr const& pkt, U32 offset) {
@@ -125,14 +123,12 @@ void LdpSessionInitSm::handleRxLdpInitMsg(PktPtr const& pkt, U32 offset) {
       if (st != stateInitialized_) return handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_);
       genLdpInitMsg(out, true);
       ldpPduSend(out);
-      ldpMsgRxCountInc(sessionStatistics().ptr(), LdpInitialization_);
       if (sessionState() == stateInitialized_) changeSessionState(stateOpenRec_, statusSuccess_);
       break;
    case roleActive_:
       if (st != stateOpenSent_) return handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_);
       genLdpKeepAliveMsg(out);
       ldpPduSend(out);
-      ldpMsgRxCountInc(sessionStatistics().ptr(), LdpInitialization_);
       if (sessionState() == stateOpenSent_) changeSessionState(stateOpenRec_, statusSuccess_);
       break;
    case roleUnknown_:
@@ -195,23 +191,27 @@ void LdpSessionInitSm::handleRxLdpKeepAliveMsg(PktPtr const& pkt, U32 offset) {
    case stateOpenRec_: changeSessionState(stateOperational_, statusSuccess_); break;
    case stateInitialized_:
    case stateOpenSent_: handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_); break;
-   default: VEK_ASSERT(0 && "Internal Error. Should not receive any message.");
+   default:
+      // Only the initialisation states are read here; the operational ones
+      // belong to the message machine.
+      LDP_TRACE(th, 3, "   KeepAlive ignored in " << sessionStateStr(sessionState()));
+      break;
    }
 }
 
 void LdpSessionInitSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) {
    auto parser = ldpNotificationMsgParserFactory(pkt, offset);
-   if (!parser->validMsg()) {
+   if (!parser->validMsg() || !parser->statusTlv()) {
       handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_);
       return;
    }
-   VEK_ASSERT(parser->msgHdr());
-   VEK_ASSERT(parser->statusTlv());
    LDP_TRACE(th, 5, parser->stringValue());
-   ldpMsgRxCountInc(sessionStatistics().ptr(), LdpNotification_);
    ldpMsgNotificationRxCountInc(sessionStatistics().ptr(), parser->statusData());
    if (!parser->statusEBit()) {
-      handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_);
+      // An advisory Notification tells of something the peer noticed; the
+      // initialisation goes on.
+      LDP_TRACE(th, 5, "   Advisory Notification during initialisation: "
+                          << parser->statusData());
       return;
    }
    if (parser->statusData() == statusShutdown_)

@@ -28,7 +28,10 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
                     Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
    // The session's receive and transmit pipes, set once after construction.
-   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduRxPam_ = p; }
+   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) {
+      ldpPduRxPam_ = p;
+      ldpPduRxUnitPipe_ = dynamic_cast<LdpPduPamPipe*>(p.ptr());
+   }
    void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduTxPam_ = p; }
    Vek::Ptr<Nolu::Pam> const& ldpPduRxPam() const { return ldpPduRxPam_; }
    Vek::Ptr<Nolu::Pam> const& ldpPduTxPam() const { return ldpPduTxPam_; }
@@ -58,6 +61,9 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
    // it; 0 for acceptance, else the status to reject it with.
    LdpStatusCode parseLdpInitMsg(Vek::Ptr<LdpInitMsgParser> const& parser);
 
+ protected:
+   bool isRxReader() const override { return initialized_ && ldpPduReactRxPam_ && inInitStates(); }
+
  private:
    using RxReactor = PamReadableReactor<LdpSessionInitSm, &LdpSessionInitSm::handlePamReadable>;
    bool inInitStates() const {
@@ -69,6 +75,7 @@ class LdpSessionInitSm : public LdpSessionSmCommon {
 
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
    Vek::Ptr<Nolu::Pam> ldpPduRxPam_;
+   LdpPduPamPipe* ldpPduRxUnitPipe_ = nullptr;
    Vek::Ptr<Nolu::Pam> ldpPduTxPam_;
    Vek::Input<RxReactor> ldpPduReactRxPam_;
    Vek::Input<LdpSessionStatus::Reactor<LdpSessionInitSm>> sessionStatusReactor_;

@@ -36,6 +36,9 @@ void LdpSessionMsgSm::handleInitialized() {
    keepAliveTimerTask_ =
       Hesk::timerTaskIs(this, &LdpSessionMsgSm::handleKeepAliveTimerTask, scheduler_, 2,
                         "SessionMsg-" + ldpSessionId().ldpIdentifier().stringValue());
+   heldMsgTimerTask_ =
+      Hesk::timerTaskIs(this, &LdpSessionMsgSm::handleHeldMsgTimerTask, scheduler_, 2,
+                        "SessionMsg-" + ldpSessionId().ldpIdentifier().stringValue() + "-held");
    initialized_ = true;
 }
 
@@ -75,10 +78,12 @@ void LdpSessionMsgSm::handleSessionState() {
       ldpPduReactRxPamIs(nullptr);
       resetKeepAliveTimerTask(false);
       st->peerIntfIpDelAll();
+      heldFecMsgDelAll();
       break;
    default:
       ldpPduReactRxPamIs(nullptr);
       resetKeepAliveTimerTask(false);
+      heldFecMsgDelAll();
       break;
    }
 }
@@ -95,15 +100,14 @@ void LdpSessionMsgSm::resetKeepAliveTimerTask(bool active) {
 }
 
 void LdpSessionMsgSm::handlePamReadable() {
-   if (!initialized_ || !ldpPduReactRxPam_) return;
-   PktPtr pkt = ldpPduRxPam_->rxPkt();
-   if (!pkt) return;
-   VEK_ASSERT(ldpSessionStatus()->sessionState() == stateOperational_);
-   Vek::Sm::HandlerScope scope(this);  // lives to the end of the handler
-   sessionStatistics()->ldpPduRxCountInc(1);
-   handleRxLdpPdu(pkt, 0);
+   if (!isRxReader()) return;
+   rxMsgUnitFrom(ldpPduRxPam_.ptr(), ldpPduRxUnitPipe_);
+}
+
+void LdpSessionMsgSm::handleRxLdpMsgUnit(PktPtr const& pkt, LdpPduParser const& pdu, U32 index) {
+   LdpSessionSmCommon::handleRxLdpMsgUnit(pkt, pdu, index);
    // Any PDU is a sign of life, whatever it held.
-   resetKeepAliveTimerTask(true);
+   if (index == 0 && sessionState() == stateOperational_) resetKeepAliveTimerTask(true);
 }
 
 void LdpSessionMsgSm::handleKeepAliveTimerTask() {
@@ -120,13 +124,21 @@ void LdpSessionMsgSm::handleKeepAliveTimerTask() {
 }
 
 void LdpSessionMsgSm::handleRxLdpKeepAliveMsg(PktPtr const&, U32) {
-   ldpMsgRxCountInc(sessionStatistics().ptr(), LdpKeepAlive_);
+   // Counted with every message; the hold timer is refreshed by any PDU.
 }
 
 void LdpSessionMsgSm::handleRxLdpInitMsg(PktPtr const& pkt, U32 offset) {
-   handleRxLdpMsgError(pkt, offset, statusUnknownMsgType_);
-   changeSessionState(stateClosed_, statusUnknownMsgType_);
+   // An opening message on an open session: the peer and this LSR no longer
+   // agree on the session, which therefore ends, and the Notification says so.
+   LdpMsgType type;
+   U32 id;
+   refMsgAt(pkt, offset, &type, &id);
+   LDP_TRACE(th, 3, "   Unexpected message " << U16(type) << " id " << id << " ends the session");
+   PktPtr out = newPkt();
+   genLdpNotificationMsg(out, false, statusUnknownMsgType_, type, id, true);
+   ldpPduSend(out);
    sessionStatistics()->ldpPduRxErrorCountInc(1);
+   changeSessionState(stateClosed_, statusUnknownMsgType_);
 }
 
 void LdpSessionMsgSm::handleRxLdpHelloMsg(PktPtr const& pkt, U32 offset) {
@@ -143,22 +155,22 @@ void LdpSessionMsgSm::handleRxLdpMsgError(PktPtr const& pkt, U32 offset, LdpStat
    if (statusCodeEBitForStatusCode(code)) changeSessionState(stateClosed_, code);
 }
 
-void LdpSessionMsgSm::txMsg(Vek::Ptr<LdpMsgPipe> const& pipe, PktPtr const& pkt, U32 offset) {
-   pipe->txMsgIs(ldpMsgFactory(ldpSessionId().ldpIdentifier(), pkt, offset));
+Vek::Ptr<LdpMsg> LdpSessionMsgSm::rxLdpMsg(Vek::Ptr<LdpMsgParser const> const& parser,
+                                           U32 index) const {
+   auto m = ldpMsgFactory(ldpSessionId().ldpIdentifier(), parser->pkt(), parser->offset());
+   m->parserIs(parser);
+   m->fecElementIndexIs(U16(index));
+   return m;
 }
 
 void LdpSessionMsgSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) {
-   auto parser = ldpNotificationMsgParserFactory(pkt, offset);
-   if (!parser->validMsg()) {
-      LdpStatusCode code = parser->statusCode();
-      handleRxLdpMsgError(pkt, offset, code);
-      if (statusCodeEBitForStatusCode(code)) changeSessionState(stateClosed_, code);
+   Vek::Ptr<LdpNotificationMsgParser> parser = ldpNotificationMsgParserFactory(pkt, offset);
+   if (!parser->validMsg() || !parser->statusTlv()) {
+      handleRxLdpMsgError(pkt, offset,
+                          parser->validMsg() ? statusMissingMsgParams_ : parser->statusCode());
       return;
    }
-   VEK_ASSERT(parser->msgHdr());
-   VEK_ASSERT(parser->statusTlv());
    LDP_TRACE(th, 5, parser->stringValue());
-   ldpMsgRxCountInc(sessionStatistics().ptr(), LdpNotification_);
    ldpMsgNotificationRxCountInc(sessionStatistics().ptr(), parser->statusData());
    if (parser->statusEBit()) {
       changeSessionState(stateClosed_, parser->statusData());
@@ -175,19 +187,22 @@ void LdpSessionMsgSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) 
    LdpMsgType type = parser->refMsgType();
    Vek::Ptr<LdpMsgPipe> pipe;
    if (type >= LdpLabelMapping_ && type <= LdpLabelAbortReq_) {
+      // Who sent the message that the Notification is about; a record whose
+      // validity flag is clear counts as none.
       LdpSessionStatistics* stats = sessionStatistics().ptr();
       if (auto const* info = stats->ldpMsgIdFecMappingInfoFind(id)) {
-         if (ldpFecMsgPipeColl_) pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+         if (info->valid && ldpFecMsgPipeColl_) pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
       } else if (auto const* local = stats->pwLocalMsgIdInfoFind(id)) {
-         if (pwFecSessionMsgPipeColl_)
-            pipe = pwFecSessionMsgPipeColl_->localMsgPipe(PwFecSessionId(local->fec, ldpSessionId()));
+         if (local->valid && pwFecSessionMsgPipeColl_)
+            pipe = pwFecSessionMsgPipeColl_->localMsgPipe(
+               PwFecSessionId(local->fec, ldpSessionId()));
       } else if (auto const* remote = stats->pwRemoteMsgIdInfoFind(id)) {
-         if (pwFecSessionMsgPipeColl_)
+         if (remote->valid && pwFecSessionMsgPipeColl_)
             pipe = pwFecSessionMsgPipeColl_->remoteMsgPipe(
                PwFecSessionId(remote->fec, ldpSessionId()));
       }
    }
-   if (pipe) txMsg(pipe, pkt, offset);
+   if (pipe) pipe->txMsgIs(rxLdpMsg(parser, 0));
    else LDP_TRACE(th, 5, "   unknown message ID in notification: " << id);
 }
 
@@ -206,11 +221,11 @@ void LdpSessionMsgSm::handleRxPwStatusNotifMsg(PktPtr const& pkt, U32 offset,
       LDP_TRACE(th, 3, "   Unhandled fecElement type in PW Status Notification: " << buf);
       return;
    }
-   handleRxPwFec(pkt, offset, LdpNotification_, fec->pwFwdEqvCls(0));
+   handleRxPwFec(parser, 0, LdpNotification_, fec->pwFwdEqvCls(0));
 }
 
-void LdpSessionMsgSm::handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType type,
-                                    PwFwdEqvClassInfo const& info) {
+void LdpSessionMsgSm::handleRxPwFec(Vek::Ptr<LdpMsgParser const> const& parser, U32 index,
+                                    LdpMsgType type, PwFwdEqvClassInfo const& info) {
    if (!pwFecSessionMsgPipeColl_) return;
    PwFecMsgContext context = pwFecMessagecontextForMsgType(type);
    PwFwdEqvClass const& pw = info.fwdEqvClass();
@@ -224,17 +239,26 @@ void LdpSessionMsgSm::handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType ty
       for (auto it = pipes.begin(); it; ++it) {
          PwFecSessionId const& id = it.key();
          if (id.sessionId() != ldpSessionId() || id.fec().groupId() != pw.groupId()) continue;
-         if (it.value()) txMsg(it.value(), pkt, offset);
+         if (it.value()) it.value()->txMsgIs(rxLdpMsg(parser, index));
          else if (remote) LDP_TRACE(th, 5, "      PwFecSessionId with no remoteMsgPipe: " << id);
          else LDP_TRACE(th, 5, "      PwFecSessionId with no localMsgPipe: " << id);
       }
       return;
    }
    PwFecSessionId id(pw, ldpSessionId());
-   if (type != LdpNotification_) getOrCreatePwFecSessionConfig(info, id, context);
+   if (type == LdpLabelMapping_ || type == LdpLabelRequest_) {
+      getOrCreatePwFecSessionConfig(info, id, context);
+   } else if (type != LdpNotification_) {
+      // Withdraw, Release and Abort speak only of pseudowires that exist.
+      auto& coll = remote ? remotePwFecSessionConfigColl_ : localPwFecSessionConfigColl_;
+      if (!coll || !coll->fecSessionConfig(id)) {
+         LDP_TRACE(th, 5, "   " << ldpMsgTypeStr(type) << " for unknown pseudowire " << id);
+         return;
+      }
+   }
    Vek::Ptr<LdpMsgPipe> pipe = remote ? pwFecSessionMsgPipeColl_->remoteMsgPipe(id)
                                       : pwFecSessionMsgPipeColl_->localMsgPipe(id);
-   if (pipe) txMsg(pipe, pkt, offset);
+   if (pipe) pipe->txMsgIs(rxLdpMsg(parser, index));
    else if (remote) LDP_TRACE(th, 5, "      PwFecSessionId with no remoteMsgPipe: " << id);
    else LDP_TRACE(th, 5, "      PwFecSessionId with no localMsgPipe: " << id);
 }
@@ -261,43 +285,31 @@ Vek::Ptr<PwFecSessionConfig> LdpSessionMsgSm::getOrCreatePwFecSessionConfig(
 }
 
 void LdpSessionMsgSm::handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgType type) {
-   auto parser = ldpMsgParserGet(pkt, offset);
+   // The one parse of the message: every reader downstream gets it with the
+   // message, together with the FEC element it is handed on for.
+   Vek::Ptr<LdpMsgParser const> parser = ldpMsgParserGet(pkt, offset);
    if (!parser->validMsg()) {
       handleRxLdpMsgError(pkt, offset, parser->statusCode());
       return;
    }
-   ldpMsgRxCountInc(sessionStatistics().ptr(), type);
    LdpFecTlvParser const* fec = parser->ldpFecTlvParser();
    if (!fec) return;
    for (U32 i = 0; i < fec->fecElementNum(); ++i) {
       switch (fec->fecElementType(i)) {
       case prefixElement_:
-      case hostAddrElement_: {
-         Mpls::FwdEqvClass f = fec->fwdEqvCls(i);
-         LDP_TRACE(th, 7, "   Processing FEC: " << f.stringValue());
-         if (!ldpFecConfigColl_) break;
-         auto fecConfig = getOrCreateLdpFecConfig(f);
-         VEK_ASSERT(fecConfig && "Internal Error");
-         LdpSessionId const& peer = ldpSessionId();
-         if (!fecConfig->sessionRxReqTimeHas(peer))
-            fecConfig->sessionRxReqTimeIs(peer, Vek::System::currentTime());
-         // Without a label machine for the FEC there is no one to hand it to.
-         auto pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(f) : nullptr;
-         if (pipe) txMsg(pipe, pkt, offset);
-         else LDP_TRACE(th, 5, "   No message pipe for FEC " << f.stringValue());
-         break;
-      }
+      case hostAddrElement_: handleRxFec(parser, i, type, fec->fwdEqvCls(i)); break;
       case wildcardElement_: {
          LDP_TRACE(th, 7, "   Processing wildcard FEC");
          if (!ldpFecMsgPipeColl_) break;
-         auto msg = ldpMsgFactory(ldpSessionId().ldpIdentifier(), pkt, offset);
+         auto msg = rxLdpMsg(parser, i);
          for (auto it = ldpFecMsgPipeColl_->msgPipe().begin(); it; ++it)
             if (it.value()) it.value()->txMsgIs(msg);
          break;
       }
       case pwIdElement_:
-         LDP_TRACE(th, 7, "   Processing Pseudowire FEC: " << fec->pwFwdEqvCls(i).fwdEqvClass().pwId());
-         handleRxPwFec(pkt, offset, type, fec->pwFwdEqvCls(i));
+         LDP_TRACE(th, 7,
+                   "   Processing Pseudowire FEC: " << fec->pwFwdEqvCls(i).fwdEqvClass().pwId());
+         handleRxPwFec(parser, i, type, fec->pwFwdEqvCls(i));
          break;
       default:
          // The parser admits only the elements above; anything else would
@@ -306,6 +318,121 @@ void LdpSessionMsgSm::handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgT
          break;
       }
    }
+}
+
+void LdpSessionMsgSm::handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U32 index,
+                                  LdpMsgType type, Mpls::FwdEqvClass const& fec) {
+   LDP_TRACE(th, 7, "   Processing FEC: " << fec.stringValue());
+   if (!ldpFecConfigColl_) return;
+   // The FEC's pipe is looked up first, independently of its entry, so that
+   // the two look-ups in large tables overlap.
+   Vek::Ptr<LdpMsgPipe> pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(fec) : nullptr;
+   LdpFecConfigColl::FecConfigRef fecConfig;
+   if (type == LdpLabelMapping_ || type == LdpLabelRequest_) {
+      // A peer's mapping or request makes the FEC known here.
+      fecConfig = getOrCreateLdpFecConfig(fec);
+   } else {
+      // A Withdraw, Release or Abort only speaks of what exists: one for a FEC
+      // that this LSR never knew leaves no state behind.
+      fecConfig = ldpFecConfigColl_->fecConfig(fec);
+      if (!fecConfig) {
+         LDP_TRACE(th, 5, "   " << ldpMsgTypeStr(type) << " for unknown FEC " << fec.stringValue());
+         if (type == LdpLabelWithdraw_) sendReleaseForUnknownFec(*parser, fec);
+         return;
+      }
+   }
+   LdpSessionId const& peer = ldpSessionId();
+   if (!fecConfig->sessionRxReqTimeHas(peer)) {
+      fecConfig->sessionRxReqTimeIs(peer, Vek::System::currentTime());
+      // The FEC machinery may have made (or dropped) the pipe on hearing of it.
+      pipe = ldpFecMsgPipeColl_ ? ldpFecMsgPipeColl_->msgPipe(fec) : nullptr;
+   }
+   auto msg = rxLdpMsg(parser, index);
+   // Behind messages that already wait for the FEC's pipe, or for a pipe
+   // that is not there yet: the message waits.
+   if (!held_.empty() && held_.contains(fec)) return holdFecMsg(fec, msg);
+   if (pipe) pipe->txMsgIs(msg);
+   else holdFecMsg(fec, msg);
+}
+
+void LdpSessionMsgSm::sendReleaseForUnknownFec(LdpMsgParser const& withdraw,
+                                               Mpls::FwdEqvClass const& fec) {
+   // A withdrawn label is released even when nothing here used it, so that
+   // the peer does not keep it waiting.
+   PktPtr pkt = newPkt();
+   auto gen = ldpMsgGenFactory(pkt);
+   bool ok =
+      gen->addLdpPduHdr(LdpProtoParam::ldpVersion(), ldpSessionStatus()->localLdpIdentifier());
+   ok = ok && gen->addLdpMsgHdr(false, LdpLabelRelease_, nextMessageId());
+   ok = ok && gen->addFecTlvPrefix(fec);
+   if (auto const* label = withdraw.genLabelTlv())
+      ok = ok && label->label().isValid() && gen->addGenLabelTlv(false, label->label());
+   if (!ok) return;
+   gen->computeHdrLenChecksum();
+   ldpPduSend(pkt);
+}
+
+void LdpSessionMsgSm::holdFecMsg(Mpls::FwdEqvClass const& fec, Vek::Ptr<LdpMsg> const& msg) {
+   if (heldCount_ >= heldFecMsgMax) {
+      LDP_TRACE(th, 3, "   No message pipe for FEC " << fec.stringValue() << ", message dropped");
+      return;
+   }
+   LDP_TRACE(th, 5, "   No message pipe for FEC " << fec.stringValue() << " yet, message held");
+   auto [v, inserted] = held_.emplace(fec);
+   v->push_back(HeldMsg{msg, Vek::System::currentTime() + heldFecMsgTime});
+   ++heldCount_;
+   // The pipe collection is watched only while something waits for it.
+   if (!fecMsgPipeCollReactor_ && ldpFecMsgPipeColl_)
+      fecMsgPipeCollReactor_.assign(this, ldpFecMsgPipeColl_);
+   heldMsgTimerTask_->scheduleTaskLowestDelay(heldFecMsgTime);
+}
+
+void LdpSessionMsgSm::handleMsgPipe(Mpls::FwdEqvClass const& fec) {
+   if (!initialized_) return;
+   auto* v = held_.find(fec);
+   if (!v) return;
+   auto pipe = ldpFecMsgPipeColl_->msgPipe(fec);
+   if (!pipe) return;
+   Vek::Sm::HandlerScope scope(this);  // lives to the end of the handler
+   std::vector<HeldMsg> msgs;
+   held_.erase(fec, &msgs);
+   heldCount_ -= msgs.size();
+   if (held_.empty()) fecMsgPipeCollReactor_.reset();
+   LDP_TRACE(th, 5, "   Message pipe for FEC " << fec.stringValue() << ": " << msgs.size()
+                                              << " held messages go in");
+   for (auto& h : msgs) pipe->txMsgIs(h.msg);
+}
+
+void LdpSessionMsgSm::handleHeldMsgTimerTask() {
+   if (!initialized_) return;
+   Vek::Seconds now = Vek::System::currentTime();
+   Vek::Seconds next = Vek::infinity;
+   std::vector<Mpls::FwdEqvClass> gone;
+   for (auto it = held_.begin(); it; ++it) {
+      auto& v = it.value();
+      std::size_t expired = 0;
+      while (expired < v.size() && v[expired].due <= now) ++expired;
+      if (expired) {
+         LDP_TRACE(th, 3, "   No message pipe for FEC " << it.key().stringValue() << ": "
+                                                      << expired << " held messages dropped");
+         v.erase(v.begin(), v.begin() + long(expired));
+         heldCount_ -= expired;
+      }
+      if (v.empty()) gone.push_back(it.key());
+      else next = std::min(next, v.front().due);
+   }
+   for (auto const& f : gone) held_.erase(f);
+   if (held_.empty()) fecMsgPipeCollReactor_.reset();
+   if (next != Vek::infinity) heldMsgTimerTask_->scheduleTaskDelay(next - now);
+}
+
+void LdpSessionMsgSm::heldFecMsgDelAll() {
+   if (held_.empty()) return;
+   LDP_TRACE(th, 5, "   " << heldCount_ << " held messages dropped with the session");
+   while (!held_.empty()) held_.erase(Mpls::FwdEqvClass(held_.begin().key()));
+   heldCount_ = 0;
+   fecMsgPipeCollReactor_.reset();
+   heldMsgTimerTask_->scheduleTaskDelay(Vek::infinity);
 }
 
 void LdpSessionMsgSm::handleRxLdpLabelMappingMsg(PktPtr const& pkt, U32 offset) {
@@ -337,7 +464,6 @@ void LdpSessionMsgSm::handleRxLdpAddressMsg(PktPtr const& pkt, U32 offset) {
    }
    LdpSessionStatus* st = ldpSessionStatus().ptr();
    for (U32 i = 0; i < parser->numAddress(); ++i) st->peerIntfIpIs(parser->address(i), true);
-   ldpMsgRxCountInc(sessionStatistics().ptr(), LdpAddress_);
    st->addressMsgRcvdIs(true);
 }
 
@@ -353,7 +479,6 @@ void LdpSessionMsgSm::handleRxLdpAddressWithdrawMsg(PktPtr const& pkt, U32 offse
    }
    LdpSessionStatus* st = ldpSessionStatus().ptr();
    for (U32 i = 0; i < parser->numAddress(); ++i) st->peerIntfIpDel(parser->address(i));
-   ldpMsgRxCountInc(sessionStatistics().ptr(), LdpAddressWithdraw_);
 }
 
 void LdpSessionMsgSm::handleIpTransportAddr() {

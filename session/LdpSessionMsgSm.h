@@ -41,7 +41,10 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
                    Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
                    Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
-   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduRxPam_ = p; }
+   void ldpPduRxPamIs(Vek::Ptr<Nolu::Pam> const& p) {
+      ldpPduRxPam_ = p;
+      ldpPduRxUnitPipe_ = dynamic_cast<LdpPduPamPipe*>(p.ptr());
+   }
    void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p) { ldpPduTxPam_ = p; }
    Vek::Ptr<Nolu::Pam> const& ldpPduRxPam() const { return ldpPduRxPam_; }
    Vek::Ptr<Nolu::Pam> const& ldpPduTxPam() const { return ldpPduTxPam_; }
@@ -58,6 +61,16 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    void handleLdpPeerStatus();
    void handlePeerIpAddr() { handleIpTransportAddr(); }
    void handleLdpPeerStatusCode() { handleLdpPeerStatus(); }
+   // A FEC's pipe came: the messages held for it go in.
+   void handleMsgPipe(Mpls::FwdEqvClass const& fec);
+   void handleHeldMsgTimerTask();
+
+   // Label messages for a FEC whose pipe is not there yet wait for it, so that
+   // the first message for a new FEC is not lost while its machinery is made:
+   // at most heldFecMsgMax of them per session, each for heldFecMsgTime.
+   static constexpr std::size_t heldFecMsgMax = 256;
+   static constexpr Vek::Seconds heldFecMsgTime = 1.0;
+   std::size_t heldFecMsgCount() const { return heldCount_; }
 
    void handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) override;
    void handleRxLdpHelloMsg(PktPtr const& pkt, U32 offset) override;
@@ -71,19 +84,34 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    void handleRxLdpLabelReleaseMsg(PktPtr const& pkt, U32 offset) override;
    void handleRxLdpLabelAbortReqMsg(PktPtr const& pkt, U32 offset) override;
    void handleRxLdpMsgError(PktPtr const& pkt, U32 offset, LdpStatusCode code) override;
+   void handleRxLdpMsgUnit(PktPtr const& pkt, LdpPduParser const& pdu, U32 index) override;
+
+ protected:
+   bool isRxReader() const override {
+      return initialized_ && ldpPduReactRxPam_ && sessionState() == stateOperational_;
+   }
 
  private:
+   struct HeldMsg {
+      Vek::Ptr<LdpMsg> msg;
+      Vek::Seconds due;
+   };
    using RxReactor = PamReadableReactor<LdpSessionMsgSm, &LdpSessionMsgSm::handlePamReadable>;
    void ldpPduReactRxPamIs(Vek::Ptr<Nolu::Pam const> const& p);
    void ldpPduSend(PktPtr const& pkt);
    void sendNotification(LdpStatusCode code, LdpMsgType refType, U32 refId);
    void resetKeepAliveTimerTask(bool active);
    void handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgType type);
+   void handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U32 index, LdpMsgType type,
+                    Mpls::FwdEqvClass const& fec);
+   void sendReleaseForUnknownFec(LdpMsgParser const& withdraw, Mpls::FwdEqvClass const& fec);
+   Vek::Ptr<LdpMsg> rxLdpMsg(Vek::Ptr<LdpMsgParser const> const& parser, U32 index) const;
+   void holdFecMsg(Mpls::FwdEqvClass const& fec, Vek::Ptr<LdpMsg> const& msg);
+   void heldFecMsgDelAll();
    void handleRxPwStatusNotifMsg(PktPtr const& pkt, U32 offset,
                                  Vek::Ptr<LdpNotificationMsgParser> const& parser);
-   void handleRxPwFec(PktPtr const& pkt, U32 offset, LdpMsgType type,
+   void handleRxPwFec(Vek::Ptr<LdpMsgParser const> const& parser, U32 index, LdpMsgType type,
                       PwFwdEqvClassInfo const& info);
-   void txMsg(Vek::Ptr<LdpMsgPipe> const& pipe, PktPtr const& pkt, U32 offset);
    LdpFecConfigColl::FecConfigRef getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec);
    Vek::Ptr<PwFecSessionConfig> getOrCreatePwFecSessionConfig(PwFwdEqvClassInfo const& info,
                                                               PwFecSessionId const& id,
@@ -96,8 +124,13 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl_;
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
    Vek::Ptr<Nolu::Pam> ldpPduRxPam_;
+   LdpPduPamPipe* ldpPduRxUnitPipe_ = nullptr;
    Vek::Ptr<Nolu::Pam> ldpPduTxPam_;
    Vek::Ptr<Hesk::TimerTask> keepAliveTimerTask_;
+   Vek::Ptr<Hesk::TimerTask> heldMsgTimerTask_;
+   Vek::HashMap<Mpls::FwdEqvClass, std::vector<HeldMsg>> held_;
+   std::size_t heldCount_ = 0;
+   Vek::Input<LdpFecMsgPipeColl::Reactor<LdpSessionMsgSm>> fecMsgPipeCollReactor_;
    Vek::Input<RxReactor> ldpPduReactRxPam_;
    Vek::Input<LdpSessionStatus::Reactor<LdpSessionMsgSm>> sessionStatusReactor_;
    Vek::Input<LdpSessionCommonConfig::Reactor<LdpSessionMsgSm>> sessionCommonConfigReactor_;

@@ -1,5 +1,6 @@
 #include "session/LdpSessionSmCommon.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Ldp {
@@ -110,52 +111,85 @@ bool LdpSessionSmCommon::updateIpTransportAddr() {
 
 // ---- receive dispatch
 
-void LdpSessionSmCommon::handleRxLdpPdu(PktPtr const& pkt, U32 offset) {
-   LDP_TRACE(th, 7, "LdpPdu " << pkt->dataBytes() << " bytes rcvd for " << ldpSessionId_);
-   auto parser = ldpPduParserFactory(pkt, offset);
-   LDP_TRACE(th, 9, "   LDP PDU Rx Dump: " << pktHexDump(pkt.ptr(), offset));
-   LDP_TRACE(th, 7, parser->stringValue());
-   if (!parser->validLdpPdu()) {
-      LDP_TRACE(th, 3, "   LDP PDU Invalid, reason: " << parser->reason());
-      handleRxLdpMsgError(pkt, offset, parser->statusCode());
-      return;
-   }
-   if (parser->ldpIdentifier() != ldpSessionId_.ldpIdentifier()) {
-      LDP_TRACE(th, 3, "   LDP PDU LdpId mismatch");
-      handleRxLdpMsgError(pkt, offset, statusBadLdpIdentifier_);
-      return;
-   }
-   // Keep the machine alive across the messages: one of them may end the
-   // session and with it, later, this machine.
+void LdpSessionSmCommon::rxMsgUnitFrom(Nolu::Pam* pipe, LdpPduPamPipe* unit) {
+   // The parse and the index first: taking the packet empties the pipe.
+   Vek::Ptr<LdpPduParser const> pdu = unit ? unit->rxPduParser() : nullptr;
+   U32 index = unit ? unit->rxMsgIndex() : 0;
+   PktPtr pkt = pipe->rxPkt();
+   if (!pkt) return;
    Vek::Sm::HandlerScope scope(this);  // lives to the end of the handler
-   for (U32 i = 0; i < parser->msgNum(); ++i) {
-      SessionState st = sessionState();
-      if (st == stateNonExistent_ || st == stateClosed_) {
-         LDP_TRACE(th, 5, "   LDP PDU dropped because of sessionState " << sessionStateStr(st));
+   if (pdu) handleRxLdpMsgUnit(pkt, *pdu, index);
+   else handleRxLdpPdu(pkt, 0);
+}
+
+void LdpSessionSmCommon::handleRxLdpPdu(PktPtr const& pkt, U32 offset) {
+   auto pdu = ldpPduParserFactory(pkt, offset);
+   Vek::Sm::HandlerScope scope(this);  // lives to the end of the handler
+   U32 units = pdu->validLdpPdu() ? std::max<U32>(pdu->msgNum(), 1) : 1;
+   for (U32 i = 0; i < units && isRxReader(); ++i) handleRxLdpMsgUnit(pkt, *pdu, i);
+}
+
+void LdpSessionSmCommon::handleRxLdpMsgUnit(PktPtr const& pkt, LdpPduParser const& pdu,
+                                            U32 index) {
+   if (index == 0) {
+      LDP_TRACE(th, 7, "LdpPdu " << pkt->dataBytes() << " bytes rcvd for " << ldpSessionId_);
+      LDP_TRACE(th, 9, "   LDP PDU Rx Dump: " << pktHexDump(pkt.ptr(), pdu.offset()));
+      LDP_TRACE(th, 7, pdu.stringValue());
+      if (!pdu.validLdpPdu()) {
+         LDP_TRACE(th, 3, "   LDP PDU Invalid, reason: " << pdu.reason());
+         handleRxLdpMsgError(pkt, pdu.offset(), pdu.statusCode());
          return;
       }
-      U32 msgOffset = parser->msgOffset(i);
-      LdpMsgHdr const* hdr = parser->msgHdr(i);
-      switch (hdr->type()) {
-      case LdpNotification_: handleRxLdpNotificationMsg(pkt, msgOffset); break;
-      case LdpHello_: handleRxLdpHelloMsg(pkt, msgOffset); break;
-      case LdpInitialization_: handleRxLdpInitMsg(pkt, msgOffset); break;
-      case LdpKeepAlive_: handleRxLdpKeepAliveMsg(pkt, msgOffset); break;
-      case LdpCapability_: handleRxLdpCapabilityMsg(pkt, msgOffset); break;
-      case LdpAddress_: handleRxLdpAddressMsg(pkt, msgOffset); break;
-      case LdpAddressWithdraw_: handleRxLdpAddressWithdrawMsg(pkt, msgOffset); break;
-      case LdpLabelMapping_: handleRxLdpLabelMappingMsg(pkt, msgOffset); break;
-      case LdpLabelRequest_: handleRxLdpLabelReqMsg(pkt, msgOffset); break;
-      case LdpLabelWithdraw_: handleRxLdpLabelWithdrawMsg(pkt, msgOffset); break;
-      case LdpLabelRelease_: handleRxLdpLabelReleaseMsg(pkt, msgOffset); break;
-      case LdpLabelAbortReq_: handleRxLdpLabelAbortReqMsg(pkt, msgOffset); break;
-      default:
-         // An unknown type: answered, naming the message itself, unless the
-         // sender marked it to be ignored.
-         if (!hdr->uBit()) handleRxLdpMsgError(pkt, msgOffset, statusUnknownMsgType_);
-         else LDP_TRACE(th, 5, "   Unknown message type skipped: " << U16(hdr->type()));
-         break;
+      if (pdu.ldpIdentifier() != ldpSessionId_.ldpIdentifier()) {
+         LDP_TRACE(th, 3, "   LDP PDU LdpId mismatch");
+         handleRxLdpMsgError(pkt, pdu.offset(), statusBadLdpIdentifier_);
+         return;
       }
+   }
+   if (index >= pdu.msgNum()) return;
+   SessionState st = sessionState();
+   if (st == stateNonExistent_ || st == stateClosed_) {
+      LDP_TRACE(th, 5, "   LDP PDU dropped because of sessionState " << sessionStateStr(st));
+      return;
+   }
+   U32 msgOffset = pdu.msgOffset(index);
+   LdpMsgHdr const* hdr = pdu.msgHdr(index);
+   LdpMsgType type = hdr->type();
+   // Every message is counted here, once, whichever machine handles it.
+   switch (type) {
+   case LdpNotification_:
+   case LdpHello_:
+   case LdpInitialization_:
+   case LdpKeepAlive_:
+   case LdpCapability_:
+   case LdpAddress_:
+   case LdpAddressWithdraw_:
+   case LdpLabelMapping_:
+   case LdpLabelRequest_:
+   case LdpLabelWithdraw_:
+   case LdpLabelRelease_:
+   case LdpLabelAbortReq_: ldpMsgRxCountInc(sessionStatistics_.ptr(), type); break;
+   default: break;
+   }
+   switch (type) {
+   case LdpNotification_: handleRxLdpNotificationMsg(pkt, msgOffset); break;
+   case LdpHello_: handleRxLdpHelloMsg(pkt, msgOffset); break;
+   case LdpInitialization_: handleRxLdpInitMsg(pkt, msgOffset); break;
+   case LdpKeepAlive_: handleRxLdpKeepAliveMsg(pkt, msgOffset); break;
+   case LdpCapability_: handleRxLdpCapabilityMsg(pkt, msgOffset); break;
+   case LdpAddress_: handleRxLdpAddressMsg(pkt, msgOffset); break;
+   case LdpAddressWithdraw_: handleRxLdpAddressWithdrawMsg(pkt, msgOffset); break;
+   case LdpLabelMapping_: handleRxLdpLabelMappingMsg(pkt, msgOffset); break;
+   case LdpLabelRequest_: handleRxLdpLabelReqMsg(pkt, msgOffset); break;
+   case LdpLabelWithdraw_: handleRxLdpLabelWithdrawMsg(pkt, msgOffset); break;
+   case LdpLabelRelease_: handleRxLdpLabelReleaseMsg(pkt, msgOffset); break;
+   case LdpLabelAbortReq_: handleRxLdpLabelAbortReqMsg(pkt, msgOffset); break;
+   default:
+      // An unknown type: answered, naming the message itself, unless the
+      // sender marked it to be ignored.
+      if (!hdr->uBit()) handleRxLdpMsgError(pkt, msgOffset, statusUnknownMsgType_);
+      else LDP_TRACE(th, 5, "   Unknown message type skipped: " << U16(type));
+      break;
    }
 }
 
@@ -200,13 +234,10 @@ void LdpSessionSmCommon::handleRxLdpMsgError(PktPtr const&, U32, LdpStatusCode) 
 void LdpSessionSmCommon::handleRxLdpCapabilityMsg(PktPtr const& pkt, U32 offset) {
    auto parser = ldpCapabilityMsgParserFactory(pkt, offset);
    if (!parser->validMsg()) {
-      LdpStatusCode code = parser->statusCode();
-      handleRxLdpMsgError(pkt, offset, code);
-      if (statusCodeEBitForStatusCode(code)) changeSessionState(stateClosed_, code);
+      handleRxLdpMsgError(pkt, offset, parser->statusCode());
       return;
    }
    LDP_TRACE(th, 7, parser->stringValue());
-   ldpMsgRxCountInc(sessionStatistics_.ptr(), LdpCapability_);
    handleCapabilities(parser);
 }
 
@@ -285,7 +316,6 @@ void LdpSessionSmCommon::genLdpInitMsg(PktPtr const& pkt, bool includeKeepAlive)
    if (includeKeepAlive) ok = ok && gen->addLdpMsgHdr(false, LdpKeepAlive_, nextMessageId());
    VEK_ASSERT(ok && "Internal Error: an Initialization message fits any packet");
    gen->computeHdrLenChecksum();
-   ldpMsgTxCountInc(sessionStatistics_.ptr(), LdpInitialization_);
 }
 
 void LdpSessionSmCommon::genLdpKeepAliveMsg(PktPtr const& pkt) {
@@ -294,23 +324,28 @@ void LdpSessionSmCommon::genLdpKeepAliveMsg(PktPtr const& pkt) {
    ok = ok && gen->addLdpMsgHdr(false, LdpKeepAlive_, nextMessageId());
    VEK_ASSERT(ok && "Internal Error: a KeepAlive message fits any packet");
    gen->computeHdrLenChecksum();
-   ldpMsgTxCountInc(sessionStatistics_.ptr(), LdpKeepAlive_);
 }
 
 void LdpSessionSmCommon::genLdpNotificationMsg(PktPtr const& pkt, bool tlvForwardUnknown,
                                                LdpStatusCode statusCode, LdpMsgType refMsgType,
                                                U32 refMsgId) {
+   LdpStatusCode wire = isLocalStatusCode(statusCode) ? statusInternalError_ : statusCode;
+   genLdpNotificationMsg(pkt, tlvForwardUnknown, statusCode, refMsgType, refMsgId,
+                         statusCodeEBitForStatusCode(wire));
+}
+
+void LdpSessionSmCommon::genLdpNotificationMsg(PktPtr const& pkt, bool tlvForwardUnknown,
+                                               LdpStatusCode statusCode, LdpMsgType refMsgType,
+                                               U32 refMsgId, bool eBit) {
    auto gen = ldpMsgGenFactory(pkt);
    bool ok = gen->addLdpPduHdr(LdpProtoParam::ldpVersion(), sessionStatus_->localLdpIdentifier());
    ok = ok && gen->addLdpMsgHdr(tlvForwardUnknown, LdpNotification_, nextMessageId());
    // An internal code never goes on the wire; a Notification for one says
    // only that something went wrong here.
    LdpStatusCode wire = isLocalStatusCode(statusCode) ? statusInternalError_ : statusCode;
-   ok = ok && gen->addStatusTlv(false, tlvForwardUnknown, wire, refMsgType, refMsgId);
+   ok = ok && gen->addStatusTlv(false, tlvForwardUnknown, wire, refMsgType, refMsgId, eBit);
    VEK_ASSERT(ok && "Internal Error: a Notification message fits any packet");
    gen->computeHdrLenChecksum();
-   ldpMsgTxCountInc(sessionStatistics_.ptr(), LdpNotification_);
-   ldpMsgNotificationTxCountInc(sessionStatistics_.ptr(), wire);
 }
 
 }  // namespace Ldp

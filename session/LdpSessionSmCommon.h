@@ -10,6 +10,7 @@
 #include "runtime/vek/EventLog.h"
 #include "runtime/nolu/Pam.h"
 #include "runtime/vek/Reactor.h"
+#include "session/LdpSessionColls.h"
 #include "wire/LdpMsgGen.h"
 #include "wire/LdpParser.h"
 
@@ -69,8 +70,13 @@ class LdpSessionSmCommon : public LdpSm {
    Vek::Ptr<LdpSessionStatistics> const& sessionStatistics() const { return sessionStatistics_; }
    SessionState sessionState() const { return sessionStatus_->sessionState(); }
 
-   // The shared receive path: checks the PDU and hands each message to the
-   // operation of its type, until one of them ends the session.
+   // The shared receive path, one message at a time: the message at index of
+   // a PDU that the receive side has framed goes to the operation of its
+   // type; with index 0 the PDU's own checks come first, and a PDU that fails
+   // them is answered as a whole.
+   virtual void handleRxLdpMsgUnit(PktPtr const& pkt, LdpPduParser const& pdu, U32 index);
+   // A whole PDU that nobody has framed: each message in turn, while this
+   // machine is the one that reads the session in its state.
    virtual void handleRxLdpPdu(PktPtr const& pkt, U32 offset);
    virtual void handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset);
    virtual void handleRxLdpHelloMsg(PktPtr const& pkt, U32 offset);
@@ -93,8 +99,17 @@ class LdpSessionSmCommon : public LdpSm {
    void genLdpKeepAliveMsg(PktPtr const& pkt);
    void genLdpNotificationMsg(PktPtr const& pkt, bool tlvForwardUnknown, LdpStatusCode statusCode,
                               LdpMsgType refMsgType, U32 refMsgId);
+   // The same with the E bit given: set when the session is closed after the
+   // Notification, clear when it stays up.
+   void genLdpNotificationMsg(PktPtr const& pkt, bool tlvForwardUnknown, LdpStatusCode statusCode,
+                              LdpMsgType refMsgType, U32 refMsgId, bool eBit);
 
  protected:
+   // Whether this machine reads the session's messages in the present state.
+   virtual bool isRxReader() const { return false; }
+   // Takes the message unit waiting in the session's receive pipe and runs it;
+   // unit is the same pipe when it hands over message units.
+   void rxMsgUnitFrom(Nolu::Pam* pipe, LdpPduPamPipe* unit);
    static PktPtr newPkt();
    U32 nextMessageId();
    // The type and id of the message that an error refers to. An offset that

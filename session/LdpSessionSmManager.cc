@@ -88,7 +88,8 @@ void LdpSessionSmManager::handleLdpSessionCreate(LdpSessionId const& id) {
 
    U32 inst = instId();
    LdpSessionSmColl* sms = in_.ldpSessionSmColl.ptr();
-   auto rxSm = LdpSessionRxSm::LdpSessionRxSmIs(inst, id, sessionStatus, rxPipe, in_.scheduler);
+   auto rxSm = LdpSessionRxSm::LdpSessionRxSmIs(inst, id, sessionStatus, statistics, rxPipe,
+                                                in_.scheduler);
    sms->sessionRxSm.is(id, rxSm);
    auto initSm = LdpSessionInitSm::LdpSessionInitSmIs(inst, id, in_.protoConfig, sessionConfig,
                                                       commonConfig, sessionStatus, in_.status,

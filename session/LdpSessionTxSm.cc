@@ -1,5 +1,7 @@
 #include "session/LdpSessionTxSm.h"
 
+#include <algorithm>
+
 namespace Ldp {
 
 namespace {
@@ -54,8 +56,9 @@ void LdpSessionTxSm::handleSessionState() {
    switch (sessionState()) {
    case stateUnknown_:
    case stateNonExistent_:
-   case stateClosed_:
-      // Nothing unsent outlives the session.
+   case stateClosed_: {
+      // Nothing unsent outlives the session: no PDU, no address still to be
+      // advertised or withdrawn, no record of what was sent on it.
       txPktCount_ = 0;
       txLdpPduTimerTask_->scheduleTaskDelay(Vek::infinity);
       keepAliveTxTimerTask_->scheduleTaskDelay(Vek::infinity);
@@ -63,15 +66,37 @@ void LdpSessionTxSm::handleSessionState() {
       txLdpPduPktHolder_ = nullptr;
       ldpMsgGenHolder_ = nullptr;
       txPktQueue_.clear();
+      localIntfIpAddQueue_.clear();
+      localIntfIpDelQueue_.clear();
+      LdpSessionStatistics* stats = sessionStatistics().ptr();
+      stats->ldpMsgIdFecMappingInfoDelAll();
+      stats->pwLocalMsgIdInfoDelAll();
+      stats->pwRemoteMsgIdInfoDelAll();
+      if (sessionState() == stateClosed_ && !preOperationalMsgs_.empty()) {
+         LDP_TRACE(th, 5, "   " << preOperationalMsgs_.size()
+                               << " label messages dropped with the session " << ldpSessionId());
+         stats->ldpMsgTxRefusedCountInc(preOperationalMsgs_.size());
+         preOperationalMsgs_.clear();
+      }
       break;
+   }
    case stateInitialized_:
    case stateOpenSent_:
    case stateOpenRec_: localIntfIpTimerTask_->scheduleTaskDelay(Vek::infinity); break;
-   case stateOperational_:
+   case stateOperational_: {
       ldpSessionStatus()->addressMsgTsmtIs(false);
       keepAliveTxTimerTask_->scheduleTaskDelay(ldpSessionStatus()->operKeepAliveTxInterval());
       handleLocalIntfIp();
+      // What the label machines sent while the session opened goes now,
+      // behind the KeepAlive that made it operational.
+      std::deque<Vek::Ptr<LdpMsg>> held;
+      held.swap(preOperationalMsgs_);
+      for (auto const& m : held) {
+         if (sessionState() != stateOperational_) break;
+         ldpMsgSend(m->pkt(), U16(m->offset()), m->priority());
+      }
       break;
+   }
    }
 }
 
@@ -84,6 +109,35 @@ bool LdpSessionTxSm::txPamWritable() const {
    return ldpPduTxPam_->writableCount() > txPktCount_;
 }
 
+void LdpSessionTxSm::countTxMsgs(PktPtr const& pkt) {
+   // Every message that reaches the wire is counted here, once, whichever
+   // machine made it; a run of one type costs one update.
+   LdpSessionStatistics* stats = sessionStatistics().ptr();
+   U32 const end = pkt->dataBytes();
+   U32 off = LdpProtoParam::pduHeaderLength();
+   LdpMsgType run = LdpMsgTypeNone_;
+   U64 runCount = 0;
+   auto flush = [&] {
+      if (runCount) stats->ldpMsgTxCountIs(run, stats->ldpMsgTxCount(run) + runCount);
+      runCount = 0;
+   };
+   while (U64(off) + LdpProtoParam::msgHeaderLength() <= end) {
+      auto const* hdr = reinterpret_cast<LdpMsgHdr const*>(pkt->readPtr(off));
+      LdpMsgType type = hdr->type();
+      if (type != run) {
+         flush();
+         run = type;
+      }
+      ++runCount;
+      if (type == LdpNotification_) {
+         auto n = ldpNotificationMsgParserFactory(pkt, off);
+         if (n->statusTlv()) ldpMsgNotificationTxCountInc(stats, n->statusData());
+      }
+      off += 4 + hdr->length();
+   }
+   flush();
+}
+
 void LdpSessionTxSm::sendPkt(PktPtr const& pkt) {
    if (!txPamWritable()) return;
    LDP_TRACE(th, 9, "   LDP PDU Tx Dump: " << pktHexDump(pkt.ptr()) << " send to: "
@@ -91,6 +145,7 @@ void LdpSessionTxSm::sendPkt(PktPtr const& pkt) {
    ldpPduTxPam_->txPktIs(pkt);
    ++txPktCount_;
    sessionStatistics()->ldpPduTxCountInc(1);
+   countTxMsgs(pkt);
    if (sessionState() == stateOperational_)
       keepAliveTxTimerTask_->scheduleTaskDelay(ldpSessionStatus()->operKeepAliveTxInterval());
 }
@@ -137,18 +192,36 @@ void LdpSessionTxSm::handleKeepAliveTxTimerTask() {
 
 void LdpSessionTxSm::handleLdpMsgPipe() {
    if (!initialized_ || !ldpMsgPipe_) return;
-   Vek::Ptr<LdpMsg> msg = ldpMsgPipe_->rxMsg();
-   if (msg) ldpMsgSend(msg->pkt(), U16(msg->offset()), 0);
+   Vek::Sm::HandlerScope scope(this);  // lives to the end of the handler
+   while (Vek::Ptr<LdpMsg> msg = ldpMsgPipe_->rxMsg()) {
+      SessionState st = sessionState();
+      if (st == stateOperational_) {
+         ldpMsgSend(msg->pkt(), U16(msg->offset()), msg->priority());
+      } else if (st != stateClosed_ && preOperationalMsgs_.size() < preOperationalMsgMax) {
+         // Nothing but the opening goes out before the session is
+         // operational; label messages wait for it.
+         preOperationalMsgs_.push_back(msg);
+      } else {
+         LDP_TRACE(th, 3, "   Label message refused in " << sessionStateStr(st) << " for "
+                                                          << ldpSessionId());
+         sessionStatistics()->ldpMsgTxRefusedCountInc(1);
+      }
+   }
+}
+
+void LdpSessionTxSm::sentMsgRecordsPrune() {
+   LdpSessionStatistics* stats = sessionStatistics().ptr();
+   std::size_t const max = LdpSessionStatistics::sentMsgRecordMax;
+   while (stats->ldpMsgIdFecMappingInfoSize() > max)
+      stats->ldpMsgIdFecMappingInfoDel(U32(stats->ldpMsgIdFecMappingInfoIter().key()));
+   while (stats->pwLocalMsgIdInfoSize() > max)
+      stats->pwLocalMsgIdInfoDel(U32(stats->pwLocalMsgIdInfoIter().key()));
+   while (stats->pwRemoteMsgIdInfoSize() > max)
+      stats->pwRemoteMsgIdInfoDel(U32(stats->pwRemoteMsgIdInfoIter().key()));
 }
 
 void LdpSessionTxSm::recordSentMsg(PktPtr const& pkt, U16 offset, LdpMsgType type) {
    LdpSessionStatistics* stats = sessionStatistics().ptr();
-   if (type == LdpNotification_) {
-      auto parser = ldpNotificationMsgParserFactory(pkt, offset);
-      VEK_ASSERT(parser->validMsg() && "Internal Error");
-      ldpMsgNotificationTxCountInc(stats, parser->statusData());
-      return;
-   }
    if (type < LdpLabelMapping_ || type > LdpLabelAbortReq_) return;
    auto parser = ldpMsgParserGet(pkt, offset);
    VEK_ASSERT(parser->validMsg() && "Internal Error");
@@ -166,14 +239,16 @@ void LdpSessionTxSm::recordSentMsg(PktPtr const& pkt, U16 offset, LdpMsgType typ
    VEK_ASSERT(et < 4 && "Internal Error");
 }
 
+
 void LdpSessionTxSm::ldpMsgSend(PktPtr const& ldpMsgPkt, U16 offset, U8 priority) {
    if (!initialized_) return;
    VEK_ASSERT(ldpMsgPkt->frontBytes() > offset);
    VEK_ASSERT(U32(offset) + LdpProtoParam::msgHeaderLength() <= ldpMsgPkt->frontBytes());
    auto const* hdr = reinterpret_cast<LdpMsgHdr const*>(ldpMsgPkt->readPtr(offset));
    LdpMsgType type = hdr->type();
-   ldpMsgTxCountInc(sessionStatistics().ptr(), type);
    recordSentMsg(ldpMsgPkt, offset, type);
+   // Records that the label machines wrote are bounded here too.
+   sentMsgRecordsPrune();
    U32 msgLen = ldpMsgPkt->frontBytes() - offset;
    if (ldpMsgGenHolder_) {
       U32 pduLen = txLdpPduPktHolder_->frontBytes();
@@ -207,6 +282,9 @@ void LdpSessionTxSm::handleTxLdpPduTimerTask() {
 void LdpSessionTxSm::handleLocalIntfIp(Nolu::IpAddr const& addr) {
    if (!initialized_) return;
    bool const* v = ldpSessionCommonConfig()->localIntfIpFind(addr);
+   // Only an operational session keeps queues: it advertises every address
+   // when it becomes operational, and forgets the queues when it closes.
+   if (sessionState() != stateOperational_) return;
    if (v && *v) {
       localIntfIpAddQueue_.emplace(addr, true);
       localIntfIpDelQueue_.erase(addr);
@@ -214,7 +292,7 @@ void LdpSessionTxSm::handleLocalIntfIp(Nolu::IpAddr const& addr) {
       localIntfIpAddQueue_.erase(addr);
       localIntfIpDelQueue_.emplace(addr, true);
    }
-   if (sessionState() == stateOperational_) localIntfIpTimerTask_->scheduleTaskLowestDelay(0.1);
+   localIntfIpTimerTask_->scheduleTaskLowestDelay(0.1);
 }
 
 void LdpSessionTxSm::handleLocalIntfIp() {
@@ -232,14 +310,24 @@ void LdpSessionTxSm::handleLocalIntfIpTimerTask() {
    while (!localIntfIpDelQueue_.empty()) handleLdpAddrWithdrawMsgGen();
 }
 
+U32 LdpSessionTxSm::addrPerMsgMax() const {
+   // A PDU Length of PDU header (6 after the length field), message header
+   // (8), Address List TLV header (4) and family (2), then 4 per address.
+   U32 maxPdu = ldpSessionStatus()->operMaxPduLength();
+   if (!maxPdu) maxPdu = LdpProtoParam::defaultMaxPduLength();
+   U32 fit = maxPdu > 20 ? (maxPdu - 20) / 4 : 1;
+   return std::max<U32>(1, std::min<U32>(intfIpEntryMaxNum_, fit));
+}
+
 void LdpSessionTxSm::addrListMsgGen(Vek::HashMap<Nolu::IpAddr, bool>* queue, LdpMsgType type) {
    PktPtr tlvPkt = newPkt();
    PktPtr msgPkt = newPkt();
    auto tlv = ldpAddressListTlvGenFactory(tlvPkt);
    tlv->familyIs(1);
    VEK_ASSERT(intfIpEntryMaxNum() && "intfIpEntryMaxNum() can not be 0");
+   U32 const most = addrPerMsgMax();
    U32 taken = 0;
-   while (!queue->empty() && taken < intfIpEntryMaxNum_) {
+   while (!queue->empty() && taken < most) {
       Nolu::IpAddr a = queue->begin().key();
       bool fits = tlv->appendAddress(Nolu::IpGenAddr(a));
       if (!fits && taken) break;

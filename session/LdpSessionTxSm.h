@@ -41,6 +41,13 @@ class LdpSessionTxSm : public LdpSessionSmCommon {
    void ldpPduTxPamIs(Vek::Ptr<Nolu::Pam> const& p);
    U64 txPktCount() const { return txPktCount_; }
    std::size_t txPktQueueSize() const { return txPktQueue_.size(); }
+   // Label messages sent to the session while it opens wait for the
+   // operational state, at most preOperationalMsgMax of them.
+   std::size_t preOperationalMsgCount() const { return preOperationalMsgs_.size(); }
+   static constexpr std::size_t preOperationalMsgMax = 1024;
+   // Addresses in the next Address message, within the negotiated maximum
+   // PDU length.
+   U32 addrPerMsgMax() const;
    U16 intfIpEntryMaxNum() const { return intfIpEntryMaxNum_; }
    void intfIpEntryMaxNumIs(U16 n) { intfIpEntryMaxNum_ = n; }
    double txLdpPduHoldTime() const { return txLdpPduHoldTime_; }
@@ -71,6 +78,8 @@ class LdpSessionTxSm : public LdpSessionSmCommon {
    void handleLdpAddrWithdrawMsgGen();
    void addrListMsgGen(Vek::HashMap<Nolu::IpAddr, bool>* queue, LdpMsgType type);
    void recordSentMsg(PktPtr const& pkt, U16 offset, LdpMsgType type);
+   void sentMsgRecordsPrune();
+   void countTxMsgs(PktPtr const& pkt);
 
    Vek::Ptr<LdpMsgPipe> ldpMsgPipe_;
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
@@ -80,6 +89,7 @@ class LdpSessionTxSm : public LdpSessionSmCommon {
    PktPtr txLdpPduPktHolder_;
    Vek::Ptr<LdpMsgGen> ldpMsgGenHolder_;
    std::deque<PktPtr> txPktQueue_;
+   std::deque<Vek::Ptr<LdpMsg>> preOperationalMsgs_;
    double txLdpPduHoldTime_ = 0.5;
    double txLdpPduHighPriorityHoldTime_ = 0.01;
    U16 intfIpEntryMaxNum_ = 1000;

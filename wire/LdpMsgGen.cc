@@ -212,11 +212,16 @@ bool LdpMsgGen::addFecTlvPrefix(Mpls::FwdEqvClass const& fec) {
 }
 
 bool LdpMsgGen::addStatusTlv(bool uBit, bool fBit, LdpStatusCode code, U16 msgType, U32 msgId) {
+   return addStatusTlv(uBit, fBit, code, msgType, msgId, statusCodeEBitForStatusCode(code));
+}
+
+bool LdpMsgGen::addStatusTlv(bool uBit, bool fBit, LdpStatusCode code, U16 msgType, U32 msgId,
+                             bool eBit) {
    VEK_ASSERT(!isLocalStatusCode(code) && "Internal Error. Local status code on the wire");
    auto* t = static_cast<LdpStatusTlv*>(addTlv(tlvStatus_, uBit, fBit, sizeof(LdpStatusTlv)));
    if (!t) return false;
    t->statusDataIs(code);
-   t->statusBitsAre(statusCodeEBitForStatusCode(code), fBit);
+   t->statusBitsAre(eBit, fBit);
    t->msgIdIs(msgId);
    t->msgTypeIs(msgType);
    computeHdrLenChecksum();

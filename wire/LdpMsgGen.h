@@ -68,6 +68,9 @@ class LdpMsgGen : public Vek::PtrInterface {
    // fBit sets the TLV's F bit and bit 30 of the status word; the E bit goes
    // with the code. Internal codes never go on the wire.
    bool addStatusTlv(bool uBit, bool fBit, LdpStatusCode code, U16 msgType, U32 msgId);
+   // The same with the E bit given: set when the sender closes the session
+   // after it, whatever the code's usual weight.
+   bool addStatusTlv(bool uBit, bool fBit, LdpStatusCode code, U16 msgType, U32 msgId, bool eBit);
    bool addGenLabelTlv(bool uBit, Nolu::MplsLabel label);
    bool addLabelReqMsgIdTlv(U32 msgId);
    bool addLdpHopCountTlv(U8 hopCount);

@@ -25,11 +25,25 @@ void TaskScheduler::resetStats() {
    for (auto& [name, s] : stats_) s = TaskStats{};
 }
 
+void TaskScheduler::taskDel(std::string const& task) {
+   auto it = live_.find(task);
+   if (it == live_.end() || --it->second) return;
+   live_.erase(it);
+   dead_.push_back(task);
+   while (dead_.size() > deadTaskStatsMax) {
+      if (!live_.count(dead_.front())) stats_.erase(dead_.front());
+      dead_.pop_front();
+   }
+}
+
 Task::Task(Vek::Ptr<TaskScheduler> const& s, TaskPriority priority, std::string name)
    : scheduler_(Vek::validPtr(s)), name_(std::move(name)) {
    timedPriority_ = priority;
    stats_ = &scheduler_->stats(name_);
+   scheduler_->taskAdd(name_);
 }
+
+Task::~Task() { scheduler_->taskDel(name_); }
 
 void Task::scheduleTask() {
    // Already due at once: nothing to change.

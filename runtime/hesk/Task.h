@@ -1,6 +1,7 @@
 #pragma once
 // The cooperative scheduler: tasks and timer tasks on the runtime's loop, with
 // per-task statistics.
+#include <deque>
 #include <map>
 #include <ostream>
 #include <string>
@@ -33,6 +34,12 @@ class TaskScheduler : public Vek::PtrInterface {
 
    TaskStats& stats(std::string const& task) { return stats_[task]; }
    std::map<std::string, TaskStats> const& allStats() const { return stats_; }
+   // Tasks come and go with the machines that own them, and many names carry
+   // a key (a session, a descriptor): the statistics of a name that no task
+   // has any more are kept only for the latest deadTaskStatsMax such names.
+   void taskAdd(std::string const& task) { ++live_[task]; }
+   void taskDel(std::string const& task);
+   static constexpr std::size_t deadTaskStatsMax = 64;
    // Prints the statistics of every task; detail adds time figures.
    void printStats(std::ostream& os, bool detail = false) const;
    void resetStats();
@@ -41,11 +48,14 @@ class TaskScheduler : public Vek::PtrInterface {
    std::string name_;
    Vek::ActivityManager* am_;
    std::map<std::string, TaskStats> stats_;
+   std::map<std::string, U32> live_;
+   std::deque<std::string> dead_;
 };
 
 class Task : public Vek::PtrInterface, public Vek::Timed {
  public:
    Task(Vek::Ptr<TaskScheduler> const& s, TaskPriority priority, std::string name);
+   ~Task() override;
 
    std::string const& name() const { return name_; }
    TaskPriority priority() const { return timedPriority_; }

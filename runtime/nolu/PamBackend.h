@@ -60,6 +60,9 @@ class StreamBackend {
    // Bytes accepted, or -errno (-EAGAIN: buffer full).
    virtual long write(U8 const* p, std::size_t n) = 0;
    virtual void writeInterestIs(bool b) = 0;
+   // Whether readiness to read is wanted; a reader that stops reading clears
+   // it so that the loop does not wake for data it leaves in the socket.
+   virtual void readInterestIs(bool b) {}
    // A descriptor, unique in the process while the socket lives.
    virtual int fd() const = 0;
 };

@@ -278,6 +278,8 @@ struct Conn {
       IpAddr addr;
       U16 port = 0;
       std::deque<U8> rx;
+      std::size_t inflight = 0;  // written by this end, not yet arrived
+      bool blocked = false;      // a write met a full window
       bool fin = false;     // the peer has closed
       int err = 0;          // reset
       bool open = true;     // this end still exists
@@ -314,6 +316,7 @@ class Stream : public StreamBackend {
          std::size_t k = std::min(n, s.rx.size());
          std::copy(s.rx.begin(), s.rx.begin() + long(k), p);
          s.rx.erase(s.rx.begin(), s.rx.begin() + long(k));
+         windowOpened(c_, 1 - me_);
          return long(k);
       }
       if (s.err) return -s.err;
@@ -324,23 +327,53 @@ class Stream : public StreamBackend {
       Conn::Side& s = c_->side[me_];
       if (s.err) return -s.err;
       if (s.fin) return -EPIPE;
+      std::shared_ptr<Conn> c = c_;
+      int me = me_;
+      int peer = 1 - me_;
+      // Flow control: no more than the window in flight and unread.
+      std::size_t room = windowRoom(c, me);
+      if (room < n) {
+         s.blocked = true;
+         if (room == 0) return -EAGAIN;
+         n = room;
+      }
       std::size_t seg = s.segmentSize                                ? s.segmentSize
                         : c_->link && c_->link->segmentSize() ? c_->link->segmentSize()
                                                               : n;
-      std::shared_ptr<Conn> c = c_;
-      int peer = 1 - me_;
       for (std::size_t off = 0; off < n; off += seg) {
          std::size_t k = std::min(seg, n - off);
          record(c->link, 6, s.addr, s.port, c->side[peer].addr, c->side[peer].port, p + off, k);
          std::vector<U8> bytes(p + off, p + off + k);
-         deliver(c, peer, [c, peer, bytes]() {
+         s.inflight += k;
+         deliver(c, peer, [c, me, peer, bytes]() {
+            c->side[me].inflight -= bytes.size();
             Conn::Side& d = c->side[peer];
-            if (!d.open || d.err) return;
+            if (!d.open || d.err) {
+               windowOpened(c, me);
+               return;
+            }
             d.rx.insert(d.rx.end(), bytes.begin(), bytes.end());
             notify(c, peer);
          });
       }
       return long(n);
+   }
+   // What the end `who` may still write.
+   static std::size_t windowRoom(std::shared_ptr<Conn> const& c, int who) {
+      std::size_t used = c->side[who].inflight + c->side[1 - who].rx.size();
+      std::size_t w = c->net->tcpWindow();
+      return used >= w ? 0 : w - used;
+   }
+   // The receiver took bytes: a writer that met the full window hears of the
+   // room a latency later, as it would from the acknowledgement.
+   static void windowOpened(std::shared_ptr<Conn> const& c, int writer) {
+      Conn::Side& w = c->side[writer];
+      if (!w.blocked || windowRoom(c, writer) == 0) return;
+      w.blocked = false;
+      deliver(c, writer, [c, writer]() {
+         Conn::Side& d = c->side[writer];
+         if (d.open && !d.err && d.sink) d.sink->onStreamWritable();
+      });
    }
    void writeInterestIs(bool) override {}
    int fd() const override { return fd_; }
@@ -484,7 +517,12 @@ std::shared_ptr<void> Host::tcpConnect(IpAddr local, IpAddr peer, U16 port, std:
       c->side[1].host = dst;
       c->side[1].addr = peer;
       c->side[1].port = port;
-      if (l) l->conns_.push_back(c);
+      if (l) {
+         auto& v = l->conns_;
+         v.erase(std::remove_if(v.begin(), v.end(), [](auto const& w) { return w.expired(); }),
+                 v.end());
+         v.push_back(c);
+      }
       li->acceptor_->onAccept(std::make_unique<Stream>(c, 1), peer, port, local, lport);
       net->later([c, weak, done, local, lport]() {
          if (weak.lock()) done(0, std::make_unique<Stream>(c, 0), local, lport);

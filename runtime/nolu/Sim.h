@@ -58,7 +58,11 @@ class Link {
    void segmentSizeIs(U32 n) { segmentSize_ = n; }
    std::vector<Record> const& records() const { return records_; }
    void recordsDelAll() { records_.clear(); }
-   void recordIs(Record r) { records_.push_back(std::move(r)); }
+   void recordIs(Record r) {
+      if (recording_) records_.push_back(std::move(r));
+   }
+   // Off: what crosses the link is not kept (long runs, benchmarks).
+   void recordingIs(bool b) { recording_ = b; }
    // Breaks every TCP connection over this link: both ends see a reset.
    void connectionsReset();
 
@@ -70,6 +74,7 @@ class Link {
    Network* net_;
    std::string name_;
    bool up_ = true;
+   bool recording_ = true;
    U32 segmentSize_ = 0;
    std::vector<Record> records_;
    std::vector<std::function<void()>> held_;
@@ -142,6 +147,11 @@ class Network {
 
    Vek::Seconds latency() const { return latency_; }
    void latencyIs(Vek::Seconds s) { latency_ = s; }
+   // The receive window of every TCP end: bytes that a writer may have in
+   // flight or unread at the receiver. A writer that meets a full window is
+   // told when it opens again, a latency after the receiver read.
+   U32 tcpWindow() const { return tcpWindow_; }
+   void tcpWindowIs(U32 n) { tcpWindow_ = n ? n : 1; }
 
    // Segments of at most n bytes for what the TCP end with descriptor fd
    // writes (a channel's fileDescriptor()); 0 goes back to the link's size.
@@ -163,6 +173,7 @@ class Network {
    std::map<std::string, std::unique_ptr<Link>> links_;
    std::set<class Event*> events_;
    Vek::Seconds latency_ = 0.001;
+   U32 tcpWindow_ = 256 * 1024;
    U32 ifIndex_ = 1;
    int fd_ = 100000;
 };

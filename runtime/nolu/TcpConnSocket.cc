@@ -20,8 +20,13 @@ class RealStream : public StreamBackend, public Vek::FdHandler {
    }
    void sinkIs(Sink* s) override {
       sink_ = s;
-      if (s) Vek::activityManager()->fdIs(fd_, this, true, wantWrite_);
+      if (s) Vek::activityManager()->fdIs(fd_, this, wantRead_, wantWrite_);
       else Vek::activityManager()->fdDel(fd_);
+   }
+   void readInterestIs(bool b) override {
+      if (b == wantRead_) return;
+      wantRead_ = b;
+      if (sink_) Vek::activityManager()->fdIs(fd_, this, b, wantWrite_);
    }
    long read(U8* p, std::size_t n) override {
       ssize_t r = ::recv(fd_, p, n, MSG_DONTWAIT);
@@ -34,7 +39,7 @@ class RealStream : public StreamBackend, public Vek::FdHandler {
    void writeInterestIs(bool b) override {
       if (b == wantWrite_) return;
       wantWrite_ = b;
-      if (sink_) Vek::activityManager()->fdIs(fd_, this, true, b);
+      if (sink_) Vek::activityManager()->fdIs(fd_, this, wantRead_, b);
    }
    int fd() const override { return fd_; }
    void onFdEvent(U32 events) override {
@@ -55,6 +60,7 @@ class RealStream : public StreamBackend, public Vek::FdHandler {
  private:
    int fd_;
    Sink* sink_ = nullptr;
+   bool wantRead_ = true;
    bool wantWrite_ = false;
    bool* gone_ = nullptr;
 };

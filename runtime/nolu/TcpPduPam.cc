@@ -4,8 +4,20 @@
 #include <algorithm>
 
 #include "runtime/nolu/Pam.h"
+#include "runtime/vek/Activity.h"
 
 namespace Nolu {
+
+// Reading again after a pause happens on the loop, not inside the reader's
+// call that made room: the reader must not be re-entered from rxPkt().
+void TcpPduPam::ResumeTimer::arm() {
+   Vek::activityManager()->timerArm(this, Vek::activityManager()->now());
+}
+
+void TcpPduPam::ResumeTimer::timedRun() {
+   Vek::Ptr<TcpPduPam> keep(p_);
+   p_->readSome();
+}
 
 class TcpPduPam::SinkImpl : public StreamBackend::Sink {
  public:
@@ -74,20 +86,52 @@ void TcpPduPam::failTx(std::string const& reason) {
    txErrorsInc(1);
 }
 
+void TcpPduPam::rxPause() {
+   if (rxPaused_) return;
+   rxPaused_ = true;
+   rxPausesInc(1);
+   if (backend_) backend_->readInterestIs(false);
+}
+
+void TcpPduPam::rxResume() {
+   if (!rxPaused_) return;
+   rxPaused_ = false;
+   if (!backend_) return;
+   backend_->readInterestIs(true);
+   if (!resume_) resume_ = std::make_unique<ResumeTimer>(this);
+   resume_->arm();
+}
+
 void TcpPduPam::readSome() {
    Vek::Ptr<TcpPduPam> keep(this);
-   while (backend_ && enabled()) {
+   while (backend_ && enabled() && !rxHalted()) {
+      if (rxQueue_.size() >= rxQueueMax()) {
+         // The reader is behind: what is in the socket stays there.
+         rxPause();
+         return;
+      }
       if (!rxCur_) rxCur_ = globalPktManager()->newPkt();
       U32 have = rxCur_->dataBytes();
       U32 size = std::max<U32>(getPduSize(rxCur_.ptr()), 1);
       if (size > maxPduLength() + 4) {
-         failRx("PDU length " + std::to_string(size - 4) + " exceeds the maximum " +
-                std::to_string(maxPduLength()));
+         // The reader hears of the PDU through its header, and answers it;
+         // nothing behind it can be framed.
+         rxHaltedIs(true);
+         rxErrorReasonIs("PDU length " + std::to_string(size - 4) + " exceeds the maximum " +
+                         std::to_string(maxPduLength()));
+         backend_->readInterestIs(false);
+         rxHead_ = rxTail_ = 0;
+         rxQueue_.push_back(std::move(rxCur_));
+         rxCur_ = nullptr;
+         rxPduCountInc(1);
+         readableIs(true);
+         readableCountInc(1);
          return;
       }
       if (have >= size) {
          // A whole PDU: hand it over; one notification per PDU.
          rxQueue_.push_back(std::move(rxCur_));
+         rxQueueHighWater_ = std::max(rxQueueHighWater_, rxQueue_.size());
          rxCur_ = nullptr;
          rxPduCountInc(1);
          readableIs(true);
@@ -133,6 +177,8 @@ Vek::Ptr<Pkt> TcpPduPam::doGetRxPkt() {
    Vek::Ptr<Pkt> p = std::move(rxQueue_.front());
    rxQueue_.pop_front();
    if (rxQueue_.empty()) readableIs(false);
+   // Half the queue free again: reading resumes.
+   if (rxPaused_ && rxQueue_.size() <= rxQueueMax() / 2) rxResume();
    return p;
 }
 

@@ -14,11 +14,12 @@ class Reader : public Ldp::LdpSm {
    explicit Reader(Ptr<Ldp::LdpMsgPipe> const& p) : LdpSm(0), pipe_(p) {
       reactor_.init(this, p);
       initialized_ = true;
+      // What was sent before this reader came is waiting for it.
+      handleReadableCount();
    }
    void handleReadableCount() {
       if (!initialized_) return;
-      auto m = pipe_->rxMsg();
-      if (m) offsets.push_back(m->offset());
+      while (auto m = pipe_->rxMsg()) offsets.push_back(m->offset());
    }
    std::vector<U32> offsets;
 
@@ -35,11 +36,16 @@ TEST(MsgPipe, ReaderTakesEachMessageAtOnce) {
    auto pipe = Ldp::ldpMsgPipeFactory("p");
    auto pkt = Nolu::globalPktManager()->newPkt();
    Ldp::LdpIdentifier id;
-   // Nobody reads yet: nothing is kept.
-   pipe->txMsgIs(Ldp::ldpMsgFactory(id, pkt, 0));
-   EXPECT_EQ(0u, pipe->pendingMsgs());
+   // Nobody reads yet: the first messages wait for the reader, a flood beyond
+   // that is dropped and counted.
+   for (U32 i = 0; i < Ldp::LdpMsgPipe::heldMsgMax + 6; ++i)
+      pipe->txMsgIs(Ldp::ldpMsgFactory(id, pkt, i));
+   EXPECT_EQ(Ldp::LdpMsgPipe::heldMsgMax, pipe->pendingMsgs());
+   EXPECT_EQ(6u, pipe->droppedMsgCount());
 
    auto r = Vek::makeSm<Reader>(pipe);
+   EXPECT_EQ(Ldp::LdpMsgPipe::heldMsgMax, r->offsets.size());
+   r->offsets.clear();
    pipe->txMsgIs(Ldp::ldpMsgFactory(id, pkt, 1));
    pipe->txMsgIs(Ldp::ldpMsgFactory(id, pkt, 2));
    EXPECT_EQ((std::vector<U32>{1, 2}), r->offsets);

@@ -105,11 +105,21 @@ TEST_F(SimFixture, PduFramingAcrossSegments) {
    EXPECT_EQ(9u, p.b->rxPkt()->dataBytes());
    EXPECT_TRUE(net.segmentSizeIs(p.a->fileDescriptor(), 0));
 
-   // A length beyond the maximum is a receive error, not a huge read.
+   // A length beyond the maximum is not a huge read: the reader gets the
+   // header, to answer it, and reading ends there.
    p.a->maxPduLengthIs(100);
+   U64 before = p.a->readableCount();
    p.b->sendPkt(ldpPdu(200, 0));
+   p.b->sendPkt(ldpPdu(5, 1));
    am.runFor(0.1);
-   EXPECT_EQ(1u, p.a->rxErrors());
+   EXPECT_EQ(0u, p.a->rxErrors());
+   EXPECT_TRUE(p.a->rxHalted());
+   EXPECT_EQ(before + 1, p.a->readableCount());
+   Ptr<Pkt> head;
+   while (auto x = p.a->rxPkt()) head = x;
+   ASSERT_TRUE(head);
+   EXPECT_EQ(4u, head->dataBytes());
+   EXPECT_EQ(200u, readU16(head->readPtr(2)));
 
 }
 

@@ -1,9 +1,11 @@
 // Pieces of the session layer on their own: the framing of the TCP channel,
-// the one writer of the session state, and the retry back-off.
+// the one writer of the session state, the retry back-off, and the order in
+// which the transmit machine lets PDUs out.
 #include <gtest/gtest.h>
 
 #include "runtime/vek/EventLog.h"
 #include "session/LdpSessionSmManager.h"
+#include "tests/harness/PduBytes.h"
 
 using namespace Ldp;
 using Nolu::IpAddr;
@@ -122,4 +124,54 @@ TEST_F(SessionRig, RetryBackOffAndItsCeiling) {
    am.runFor(2.0);
    EXPECT_EQ(stateNonExistent_, st()->sessionState());
    EXPECT_TRUE(st()->tcpClientConnEnabled());
+}
+
+namespace {
+
+// A channel that counts the writes it permits and keeps what is written.
+class CaptureChannel : public Nolu::Pam {
+ public:
+   void txPktIs(Ptr<Nolu::Pkt> const& pkt) override { sent.push_back(pkt); }
+   std::vector<Ldp::LdpMsgType> firstTypes() const {
+      std::vector<Ldp::LdpMsgType> t;
+      for (auto const& p : sent)
+         t.push_back(reinterpret_cast<Ldp::LdpMsgHdr const*>(p->readPtr(10))->type());
+      return t;
+   }
+   std::vector<Ptr<Nolu::Pkt>> sent;
+};
+
+}  // namespace
+
+TEST_F(SessionRig, KeepAliveOvertakesWaitingLabelPdus) {
+   auto statistics = status->statistics()->sessionStatisticsColl()->sessionStatistics(id);
+   auto pipe = ldpMsgPipeFactory("tx");
+   auto tx = LdpSessionTxSm::LdpSessionTxSmIs(
+      1, id, pc, configs->sessionConfig(id), configs->ldpSessionCommonConfig(),
+      statuses->sessionStatus(id), status, statistics, pipe, sched);
+   Ptr<CaptureChannel> channel(new CaptureChannel);
+   tx->ldpPduTxPamIs(channel);
+   st()->operMaxPduLengthIs(4096);
+   st()->operKeepAliveTxIntervalIs(10);
+   st()->sessionStateIs(stateOperational_);
+   // The channel takes nothing: a label PDU closes and waits in the queue.
+   auto msg = ldpMsgFactory(
+      LdpIdentifier(IpAddr(1, 1, 1, 1), 0),
+      LdpTest::Bytes::pkt(LdpTest::Bytes::labelMsg(
+         LdpLabelMapping_, 7, {LdpTest::Bytes::prefixElement(IpAddr(20, 0, 0, 0), 24)}, 99)),
+      0);
+   msg->priorityIs(1);
+   pipe->txMsgIs(msg);
+   am.runFor(0.02);
+   EXPECT_EQ(1u, tx->txPktQueueSize());
+   EXPECT_TRUE(channel->sent.empty());
+   // The channel opens; before the queue is served, a KeepAlive is due. It
+   // goes first, the label PDU after it, nothing lost.
+   channel->writableCountInc(5);
+   tx->handleKeepAliveTxTimerTask();
+   am.runFor(0.0);
+   EXPECT_EQ((std::vector<Ldp::LdpMsgType>{LdpKeepAlive_, LdpLabelMapping_}),
+             channel->firstTypes());
+   EXPECT_EQ(0u, tx->txPktQueueSize());
+   tx = nullptr;
 }

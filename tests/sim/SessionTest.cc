@@ -4,198 +4,12 @@
 // hand) plays the misbehaving router where a real agent would not.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <set>
 
-#include "runtime/nolu/TcpClientSm.h"
-#include "runtime/nolu/TcpServerSm.h"
-#include "runtime/vek/EventLog.h"
-#include "tests/harness/Scenario.h"
-#include "wire/LdpMsgGen.h"
+#include "tests/sim/SessionFixtures.h"
 
-using namespace Ldp;
-using LdpTest::Scenario;
-using Nolu::IpAddr;
-using Nolu::IpAddrWithMask;
-using Vek::Ptr;
-
-namespace {
-
-LdpIdentifier const r1Id(IpAddr(1, 1, 1, 1), 0);
-LdpIdentifier const r2Id(IpAddr(2, 2, 2, 2), 0);
-
-Ptr<Nolu::Pkt> newPkt() { return Nolu::globalPktManager()->newPkt(); }
-
-// A router played by the test: Hellos on its link every 5 s, a listener on
-// its transport address, and PDUs written and read by hand.
-struct FakePeer {
-   Scenario& s;
-   Nolu::Sim::Host* host;
-   Ptr<Hesk::TaskScheduler> sched = new Hesk::TaskScheduler("fake");
-   Ptr<Nolu::UdpPam> udp;
-   Ptr<Nolu::TcpServerStatus> sst = Nolu::tcpServerStatusFactory();
-   Ptr<Nolu::TcpServerSm> server;
-   Ptr<Nolu::TcpClientStatus> cst;
-   Ptr<Nolu::TcpClientSm> client;
-   std::vector<Ptr<Nolu::TcpPduPam>> conns;
-   std::vector<Ptr<Nolu::Pkt>> rx;
-   bool hellos = true;
-   double nextHello = 0.0;
-
-   FakePeer(Scenario& sc, Nolu::Sim::Link* link) : s(sc), host(sc.net().hostIs("fake")) {
-      host->intfIs("eth1", link, IpAddr(10, 0, 0, 1), 24);
-      host->intfIs("lo", nullptr, IpAddr(1, 1, 1, 1), 32);
-      udp = new Nolu::UdpPam(Nolu::NamespaceName("fake"));
-      udp->rxIpAddrIs(IpAddr(224, 0, 0, 2));
-      udp->rxPortIs(646);
-      udp->txPortIs(646);
-      udp->txDstIpAddrIs(IpAddr(224, 0, 0, 2));
-      udp->txSrcIpAddrIs(IpAddr(10, 0, 0, 1));
-      udp->txIfIndexIs(host->intf("eth1")->ifIndex);
-      udp->modeIs(3);
-      auto sc2 = Nolu::tcpServerConfigFactory(IpAddr(1, 1, 1, 1), 646);
-      sc2->netnsIs(Nolu::NamespaceName("fake"));
-      server = Nolu::TcpServerSm::TcpServerSmIs("fake", sc2, sst, sched);
-      server->startListener();
-   }
-   // Runs the peer's part: Hellos, accepted connections, received PDUs.
-   void poll() {
-      if (hellos && s.now() >= nextHello) {
-         auto pkt = newPkt();
-         auto gen = ldpMsgGenFactory(pkt);
-         gen->addLdpPduHdr(1, r1Id);
-         gen->addLdpMsgHdr(false, LdpHello_, 1);
-         gen->addCommonHelloTlv(false, 15, false, false);
-         gen->addIpTransportAddrTlv(false, IpAddr(1, 1, 1, 1));
-         gen->computeHdrLenChecksum();
-         udp->sendPkt(pkt);
-         nextHello = s.now() + 5.0;
-      }
-      while (auto c = sst->getConnSocket()) take(c);
-      if (cst && cst->connectionStatus() == Nolu::connConnected_)
-         if (auto c = cst->resetConnSocket()) take(c);
-      for (auto& c : conns)
-         while (auto p = c->rxPkt()) rx.push_back(p);
-   }
-   void take(Ptr<Nolu::TcpConnSocket> const& c) {
-      Ptr<Nolu::TcpPduPam> p(new Nolu::TcpPduPam(c));
-      p->enabledIs(true);
-      conns.push_back(p);
-   }
-   Nolu::TcpPduPam* conn() const { return conns.empty() ? nullptr : conns.back().ptr(); }
-   bool runUntil(std::function<bool()> const& cond, double limit) {
-      double end = s.now() + limit;
-      while (s.now() < end) {
-         poll();
-         if (cond()) return true;
-         s.runFor(0.01);
-      }
-      poll();
-      return cond();
-   }
-   void runFor(double d) {
-      runUntil([] { return false; }, d);
-   }
-   // Connects to the agent's listener from this peer's transport address.
-   void connect(IpAddr peer) {
-      auto cc = Nolu::tcpClientConfigFactory(IpAddr(1, 1, 1, 1), 646, peer);
-      cc->netnsIs(Nolu::NamespaceName("fake"));
-      cst = Nolu::tcpClientStatusFactory();
-      client = Nolu::TcpClientSm::TcpClientSmIs(1, cc, cst, sched);
-      client->startConnection();
-   }
-   // The first message of each PDU received, by type.
-   std::size_t rxCount(LdpMsgType type, LdpStatusCode status = statusSuccess_) const {
-      std::size_t n = 0;
-      for (auto const& p : rx) {
-         auto pdu = ldpPduParserFactory(p, 0);
-         for (U32 i = 0; i < pdu->msgNum(); ++i) {
-            if (pdu->msgHdr(i)->type() != type) continue;
-            auto m = ldpMsgParserGet(p, pdu->msgOffset(i));
-            if (status == statusSuccess_ || (m->statusTlv() && m->statusTlv()->statusData() == status))
-               ++n;
-         }
-      }
-      return n;
-   }
-   // An Initialization for the receiver, optionally with a KeepAlive behind it.
-   static Ptr<Nolu::Pkt> initPdu(LdpIdentifier const& sender, LdpIdentifier const& receiver,
-                                 U16 keepAlive, bool withKeepAlive) {
-      auto pkt = newPkt();
-      auto gen = ldpMsgGenFactory(pkt);
-      gen->addLdpPduHdr(1, sender);
-      gen->addLdpMsgHdr(false, LdpInitialization_, 100);
-      gen->addLdpCommonSessionParamTlv(false, 1, keepAlive, false, false, 0, 4096, receiver);
-      if (withKeepAlive) gen->addLdpMsgHdr(false, LdpKeepAlive_, 101);
-      gen->computeHdrLenChecksum();
-      return pkt;
-   }
-};
-
-struct SessionTest : ::testing::Test {
-   Scenario s;
-
-   void SetUp() override {
-      Vek::eventLogSinkIs(nullptr);
-      Vek::eventLogRing().clear();
-   }
-   void TearDown() override {
-      Vek::traceLevelIs("*", 0);
-      Vek::eventLogSinkIs(Vek::eventLogToStderr);
-   }
-   static LdpSessionStatus const* session(LdpTest::AgentNode& n, LdpIdentifier const& peer) {
-      auto* st = n.status();
-      return st ? st->ldpSessionStatusColl()->sessionStatus(LdpSessionId(peer)).ptr() : nullptr;
-   }
-   static SessionState state(LdpTest::AgentNode& n, LdpIdentifier const& peer) {
-      auto const* ss = session(n, peer);
-      return ss ? ss->sessionState() : stateUnknown_;
-   }
-   // The times at which a session entered a state, from its history.
-   static std::vector<double> entered(LdpSessionStatus const* ss, SessionState st) {
-      std::vector<double> t;
-      for (auto it = ss->sessionStateLogEntryColl()->entryIter(); it; ++it)
-         if (it.value().sessionState == st) t.push_back(it.value().time);
-      return t;
-   }
-};
-
-// Two agents on one link and their loopbacks.
-struct TwoAgents : SessionTest {
-   LdpTest::AgentNode& a = s.agent("r1");
-   LdpTest::AgentNode& b = s.agent("r2");
-   Nolu::Sim::Link* eth = nullptr;
-   void SetUp() override {
-      SessionTest::SetUp();
-      eth = s.link("r1", "eth1", "10.0.0.1/24", "r2", "eth1", "10.0.0.2/24");
-      a.loopback("1.1.1.1");
-      b.loopback("2.2.2.2");
-   }
-   bool bothOperational() {
-      return state(a, r2Id) == stateOperational_ && state(b, r1Id) == stateOperational_;
-   }
-};
-
-// An agent and the scripted peer on one link. The agent (2.2.2.2) has the
-// higher transport address and connects.
-struct AgentAndFake : SessionTest {
-   LdpTest::AgentNode& b = s.agent("r2");
-   Nolu::Sim::Link* eth = s.net().linkIs("fake-r2");
-   FakePeer fake{s, eth};
-   void SetUp() override {
-      SessionTest::SetUp();
-      b.intfIs("eth1", eth, IpAddrWithMask(IpAddr(10, 0, 0, 2), 24));
-      b.loopback("2.2.2.2");
-   }
-   // Brings the agent's session to the peer up to the agent's Initialization.
-   void untilInitSent() {
-      b.ldp();
-      ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpInitialization_) == 1; }, 30.0));
-   }
-};
-
-}  // namespace
+using namespace LdpTest::Sessions;
 
 TEST_F(TwoAgents, LinkAdjacencyUpAddressesAndKeepAlives) {
    a.ldp();
@@ -304,7 +118,7 @@ TEST_F(AgentAndFake, SilentPeerTimesOutWithNotification20AndRetries) {
    untilInitSent();
    // The peer answers with Initialization and KeepAlive, proposing 15 s,
    // and then says nothing more.
-   fake.conn()->sendPkt(FakePeer::initPdu(r1Id, r2Id, 15, true));
+   fake.send({B::initMsg(100, r2Id, 15), B::keepAliveMsg(101)});
    ASSERT_TRUE(fake.runUntil([&] { return state(b, r1Id) == stateOperational_; }, 5.0));
    auto const* ss = session(b, r1Id);
    EXPECT_EQ(15, ss->operKeepAliveTime());
@@ -313,6 +127,7 @@ TEST_F(AgentAndFake, SilentPeerTimesOutWithNotification20AndRetries) {
    ASSERT_TRUE(fake.runUntil([&] { return state(b, r1Id) == stateClosed_; }, 30.0));
    EXPECT_NEAR(15.0, s.now() - up, 0.1);
    EXPECT_EQ(statusKeepAliveTimerExpired_, ss->code());
+   fake.runFor(0.05);
    EXPECT_EQ(1u, fake.rxCount(LdpNotification_, statusKeepAliveTimerExpired_));
    // KeepAlives went out every 5 s meanwhile.
    EXPECT_GE(fake.rxCount(LdpKeepAlive_), 3u);
@@ -320,8 +135,8 @@ TEST_F(AgentAndFake, SilentPeerTimesOutWithNotification20AndRetries) {
                     "LDP_SESSION_DOWN", "Peer LDP ID: 1.1.1.1:0, Local LDP ID: 2.2.2.2:0, VRF: "
                                         "default, Uptime: 15.0 seconds, Reason: "));
    // The ordinary retry: 10 s later a new attempt, a new connection.
-   std::size_t conns = fake.conns.size();
-   ASSERT_TRUE(fake.runUntil([&] { return fake.conns.size() > conns; }, 15.0));
+   std::size_t conns = fake.connCount();
+   ASSERT_TRUE(fake.runUntil([&] { return fake.connCount() > conns; }, 15.0));
    auto retried = entered(ss, stateNonExistent_);
    auto closed = entered(ss, stateClosed_);
    EXPECT_NEAR(10.0, retried.back() - closed.back(), 0.01);
@@ -329,7 +144,7 @@ TEST_F(AgentAndFake, SilentPeerTimesOutWithNotification20AndRetries) {
 
 TEST_F(AgentAndFake, WrongReceiverIdentifierIsRejected) {
    untilInitSent();
-   fake.conn()->sendPkt(FakePeer::initPdu(r1Id, LdpIdentifier(IpAddr(7, 7, 7, 7), 0), 30, false));
+   fake.send({B::initMsg(100, LdpIdentifier(IpAddr(7, 7, 7, 7), 0))});
    ASSERT_TRUE(fake.runUntil([&] { return state(b, r1Id) == stateClosed_; }, 5.0));
    auto const* ss = session(b, r1Id);
    EXPECT_EQ(statusSessionRejectedNoHello_, ss->code());
@@ -340,22 +155,10 @@ TEST_F(AgentAndFake, WrongReceiverIdentifierIsRejected) {
 }
 
 TEST_F(AgentAndFake, SessionEndingMessageDropsTheRestOfItsPdu) {
-   s.traceLevelIs("LdpSession", 5);
+   s.traceLevelIs("LdpSessionRx", 5);
    untilInitSent();
    // A Shutdown, then two KeepAlives, in one PDU.
-   auto pkt = newPkt();
-   auto gen = ldpMsgGenFactory(pkt);
-   gen->addLdpPduHdr(1, r1Id);
-   gen->addNotificationMsg(false, 5, statusShutdown_, 0, 0);
-   for (U32 id : {6u, 7u}) {
-      auto ka = newPkt();
-      auto kaGen = ldpMsgGenFactory(ka);
-      kaGen->addLdpMsgHdr(false, LdpKeepAlive_, id);
-      kaGen->computeHdrLenChecksum();
-      gen->appendLdpMsg(ka, 0);
-   }
-   gen->computeHdrLenChecksum();
-   fake.conn()->sendPkt(pkt);
+   fake.send({B::notificationMsg(5, statusShutdown_, true), B::keepAliveMsg(6), B::keepAliveMsg(7)});
    ASSERT_TRUE(fake.runUntil([&] { return state(b, r1Id) == stateClosed_; }, 5.0));
    EXPECT_EQ(statusShutdown_, session(b, r1Id)->code());
    EXPECT_TRUE(s.traced("   LDP PDU dropped because of sessionState stateClosed_"));
@@ -376,10 +179,10 @@ TEST_F(AgentAndFake, UnwantedAndUnidentifiedConnections) {
    fake.connect(IpAddr(2, 2, 2, 2));
    ASSERT_TRUE(fake.runUntil([&] { return fake.conn() != nullptr; }, 5.0));
    LdpIdentifier stranger(IpAddr(9, 9, 9, 9), 0);
-   fake.conn()->sendPkt(FakePeer::initPdu(stranger, r2Id, 30, false));
+   fake.send(B::pdu(stranger, {B::initMsg(100, r2Id)}));
    ASSERT_TRUE(fake.runUntil(
       [&] { return fake.rxCount(LdpNotification_, statusSessionRejectedNoHello_) == 1; }, 2.0));
-   auto reply = ldpMsgParserGet(fake.rx.back(), 10);
+   auto reply = ldpMsgParserGet(fake.rxPdus().back(), 10);
    EXPECT_EQ(LdpInitialization_, reply->statusTlv()->msgType());
    EXPECT_EQ(100u, reply->statusTlv()->msgId());
    // The agent's incoming channels: the rejected one is gone.
@@ -394,7 +197,7 @@ TEST_F(AgentAndFake, UnwantedAndUnidentifiedConnections) {
 
    // A connection that never completes a PDU is gone 10 s after it came.
    fake.connect(IpAddr(2, 2, 2, 2));
-   ASSERT_TRUE(fake.runUntil([&] { return fake.conns.size() == 2; }, 5.0));
+   ASSERT_TRUE(fake.runUntil([&] { return fake.connCount() == 2; }, 5.0));
    U8 partial[5] = {0, 1, 0, 40, 1};
    iovec v{partial, sizeof partial};
    fake.conn()->sendIov(&v, 1);
