@@ -35,6 +35,7 @@ void LdpProtoConfigSm::handleInitialized() {
    inputTimerTask_ = Hesk::timerTaskIs(this, &LdpProtoConfigSm::handleTimerTaskExpire, scheduler_, 2,
                                        "ProtoConfigInputTaskTimer");
    fecFilter_ = protoConfig_->fecFilterIs("fecFilter");
+   fecFilterSm_.is(LdpFecFilterSm::LdpFecFilterSmIs(instId(), fecFilter_, scheduler_));
    forceRouterIdTime_ = config_->forceRouterId();
    initialized_ = true;
    protoConfig_->reasonIs("Initialized");

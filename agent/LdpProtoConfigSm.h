@@ -4,6 +4,7 @@
 // Ldp::ProtoConfig, that every protocol machine reads. LdpProtoConfigSmManager
 // makes one machine per VRF in which LDP is configured and enabled.
 #include "entities/LdpSm.h"
+#include "label/LdpFecFilterSm.h"
 #include "entities/LdpConfig.h"
 #include "entities/Platform.h"
 #include "runtime/vek/Reactor.h"
@@ -122,6 +123,7 @@ class LdpProtoConfigSm : public LdpSm {
    bool startupDelay_ = false;
    Vek::Seconds forceRouterIdTime_ = 0.0;
    Vek::Ptr<LdpFecFilter> fecFilter_;
+   Vek::SmChild<LdpFecFilterSm> fecFilterSm_{this};
    Vek::Ptr<Hesk::TimerTask> inputTimerTask_;
 
    Vek::Input<ConfigReactor> configReactor_;

@@ -57,6 +57,7 @@ LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
    ldpSessionSmColl_ = new LdpSessionSmColl;
    ldpPduPamPipeSessionTxColl_ = new LdpPduPamPipeSessionColl("lpppstc");
    ldpPduPamPipeSessionRxColl_ = new LdpPduPamPipeSessionColl("lpppsrc");
+   ldpFecSessionRxNotifier_ = new LdpFecSessionNotifier("lfsrxn");
    handleInitialized();
 }
 
@@ -133,6 +134,52 @@ void LdpRoot::handleInitialized() {
    ldpTargetServerSm_.is(LdpTargetServerSm::LdpTargetServerSmIs(instId(), tsv));
    madeLog_.push_back("ldpTargetServerSm");
 
+   // Which FECs exist and their local labels.
+   LdpLabelRequestManager::Inputs lrm;
+   lrm.ldpFecConfigColl = st->ldpFecConfigColl();
+   lrm.labelAllocRequestTable = st->labelAllocRequestTable();
+   lrm.scheduler = in_.scheduler;
+   ldpLabelRequestManager_.is(LdpLabelRequestManager::LdpLabelRequestManagerIs(instId(), lrm));
+   madeLog_.push_back("ldpLabelRequestManager");
+   LdpLabelAllocSm::Inputs la;
+   la.numAllocator = in_.numAllocator;
+   la.numAllocatorConfig = in_.numAllocatorConfig;
+   la.numAllocatorStatus = in_.numAllocatorStatus;
+   la.labelAllocRequestTable = st->labelAllocRequestTable();
+   la.labelAllocGlobalStatus = in_.labelAllocGlobalStatus;
+   la.labelRequestClient = in_.mplsLabelRequest;
+   la.mplsAgentStatus = in_.mplsAgentStatus;
+   la.localLabelAllocTable = st->localLabelAllocTable();
+   ldpLabelAllocSm_.is(LdpLabelAllocSm::LdpLabelAllocSmIs(instId(), la));
+   madeLog_.push_back("ldpLabelAllocSm");
+   LdpLocalBindingTableSm::Inputs lb;
+   lb.dynamicAllocationTable = st->localLabelAllocTable();
+   lb.staticBindingTable = st->staticBindingTable();
+   lb.ldpFecConfigColl = st->ldpFecConfigColl();
+   lb.localLabelBindingTable = st->localLabelBindingTable();
+   lb.labelAdvertisementColl = st->localAdvertisement();
+   ldpLocalBindingTableSm_.is(LdpLocalBindingTableSm::LdpLocalBindingTableSmIs(instId(), lb));
+   madeLog_.push_back("ldpLocalBindingTableSm");
+   LdpStaticFecBindingSm::Inputs sb;
+   sb.config = in_.config;
+   sb.ldpFecConfigColl = st->ldpFecConfigColl();
+   sb.staticBindingTable = st->staticBindingTable();
+   ldpStaticFecBindingSm_.is(LdpStaticFecBindingSm::LdpStaticFecBindingSmIs(instId(), sb));
+   madeLog_.push_back("ldpStaticFecBindingSm");
+   ldpTunnelRibListenerSm_.is(LdpTunnelRibListenerSm::LdpTunnelRibListenerSmIs(
+      instId(), in_.srTunnelRib, st->ldpFecConfigColl()));
+   madeLog_.push_back("ldpTunnelRibListenerSm");
+   if (in_.routeStatus && in_.forwardingStatus) {
+      LdpFibSm::Inputs fib;
+      fib.protoConfig = in_.protoConfig;
+      fib.routeStatus = in_.routeStatus;
+      fib.forwardingStatus = in_.forwardingStatus;
+      fib.ldpFecConfigColl = st->ldpFecConfigColl();
+      fib.scheduler = in_.scheduler;
+      ldpFibSm_.is(LdpFibSm::LdpFibSmIs(instId(), fib));
+      madeLog_.push_back("ldpFibSm");
+   }
+
    ldpIpIntfStatusSm_.is(LdpIpIntfStatusSm::LdpIpIntfStatusSmIs(
       instId(), in_.vrfIpIntfStatus, st->localIntfIpColl(), in_.mplsConfig));
    madeLog_.push_back("ldpIpIntfStatusSm");
@@ -178,6 +225,44 @@ void LdpRoot::handleInitialized() {
    ldpProtoConfigConsistencySm_.is(LdpProtoConfigConsistencySm::LdpProtoConfigConsistencySmIs(
       instId(), in_.protoConfig, st->ldpFecConfigColl()));
    madeLog_.push_back("ldpProtoConfigConsistencySm");
+
+   // The FEC sessions' one pipe, then the FEC database and its managers.
+   ldpFecSessionSingletonMsgPipe_ = ldpMsgPipeFactory("lfssmg");
+   LdpFecConfigSm::Inputs fc;
+   fc.protoConfig = in_.protoConfig;
+   fc.ldpFecConfigColl = st->ldpFecConfigColl();
+   fc.ldpFecStatusColl = st->ldpFecStatusColl();
+   fc.localLabelBindingTable = st->localLabelBindingTable();
+   fc.peerLabelBindingTableColl = st->peerLabelBindingTableColl();
+   fc.ldpIdIntfIpMappingTable = st->ldpIdIntfIpMappingTable();
+   fc.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   fc.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
+   fc.statistics = st->statistics();
+   fc.scheduler = in_.scheduler;
+   ldpFecConfigSm_.is(LdpFecConfigSm::LdpFecConfigSmIs(instId(), fc));
+   madeLog_.push_back("ldpFecConfigSm");
+   LdpFecSmManager::Inputs fm;
+   fm.protoConfig = in_.protoConfig;
+   fm.ldpFecConfigColl = st->ldpFecConfigColl();
+   fm.ldpFecStatusColl = st->ldpFecStatusColl();
+   fm.ldpFecMsgPipeColl = ldpFecMsgPipeColl_;
+   fm.ldpFecSessionRxNotifier = ldpFecSessionRxNotifier_;
+   fm.ldpFecSessionMsgPipe = ldpFecSessionSingletonMsgPipe_;
+   fm.scheduler = in_.scheduler;
+   ldpFecSmManager_.is(LdpFecSmManager::LdpFecSmManagerIs(instId(), fm));
+   madeLog_.push_back("ldpFecSmManager");
+   LdpFecSessionSmManager::Inputs fsm;
+   fsm.protoConfig = in_.protoConfig;
+   fsm.ldpFecConfigColl = st->ldpFecConfigColl();
+   fsm.ldpFecStatusColl = st->ldpFecStatusColl();
+   fsm.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
+   fsm.ldpSessionMsgPipeColl = ldpSessionMsgPipeColl_;
+   fsm.ldpFecSessionRxNotifier = ldpFecSessionRxNotifier_;
+   fsm.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   fsm.statistics = st->statistics();
+   fsm.scheduler = in_.scheduler;
+   ldpFecSessionSmManager_.is(LdpFecSessionSmManager::LdpFecSessionSmManagerIs(instId(), fsm));
+   madeLog_.push_back("ldpFecSessionSmManager");
 
    ldpPeerSessionManager_.is(LdpPeerSessionManager::LdpPeerSessionManagerIs(
       instId(), st->ldpPeerConfigColl(), st->ldpSessionConfigColl()));

@@ -17,7 +17,16 @@
 #include "discovery/LdpTargetServerConfigSm.h"
 #include "discovery/LdpTargetServerSm.h"
 #include "discovery/LdpTargetSm.h"
+#include "label/LdpFecConfigSm.h"
+#include "label/LdpFecSessionSmManager.h"
+#include "label/LdpFecSmManager.h"
+#include "label/LdpFibSm.h"
 #include "label/LdpIndexSm.h"
+#include "label/LdpLabelAllocSm.h"
+#include "label/LdpLabelRequestManager.h"
+#include "label/LdpLocalBindingTableSm.h"
+#include "label/LdpStaticFecBindingSm.h"
+#include "aux/LdpTunnelRibListenerSm.h"
 #include "aux/LdpIpIntfStatusSm.h"
 #include "session/LdpPduPamManager.h"
 #include "session/LdpSessionConfigSm.h"
@@ -112,6 +121,18 @@ class LdpRoot : public LdpSm {
    LdpPduPamManager* ldpPduPamManager() const { return ldpPduPamManager_.get(); }
    LdpSessionConfigSm* ldpSessionConfigSm() const { return ldpSessionConfigSm_.get(); }
    LdpSessionSmManager* ldpSessionSmManager() const { return ldpSessionSmManager_.get(); }
+   // Label distribution.
+   LdpFecSessionNotifier* ldpFecSessionRxNotifier() const { return ldpFecSessionRxNotifier_.ptr(); }
+   LdpMsgPipe* ldpFecSessionSingletonMsgPipe() const { return ldpFecSessionSingletonMsgPipe_.ptr(); }
+   LdpLabelRequestManager* ldpLabelRequestManager() const { return ldpLabelRequestManager_.get(); }
+   LdpLabelAllocSm* ldpLabelAllocSm() const { return ldpLabelAllocSm_.get(); }
+   LdpLocalBindingTableSm* ldpLocalBindingTableSm() const { return ldpLocalBindingTableSm_.get(); }
+   LdpStaticFecBindingSm* ldpStaticFecBindingSm() const { return ldpStaticFecBindingSm_.get(); }
+   LdpTunnelRibListenerSm* ldpTunnelRibListenerSm() const { return ldpTunnelRibListenerSm_.get(); }
+   LdpFibSm* ldpFibSm() const { return ldpFibSm_.get(); }
+   LdpFecConfigSm* ldpFecConfigSm() const { return ldpFecConfigSm_.get(); }
+   LdpFecSmManager* ldpFecSmManager() const { return ldpFecSmManager_.get(); }
+   LdpFecSessionSmManager* ldpFecSessionSmManager() const { return ldpFecSessionSmManager_.get(); }
    // The namespace in which the VRF's channels open: the agent's own
    // namespace, which a host knows as the one the process runs in.
    Nolu::NamespaceName channelNetNs() const;
@@ -142,6 +163,8 @@ class LdpRoot : public LdpSm {
    Vek::Ptr<LdpPduPamPipeSessionColl> ldpPduPamPipeSessionTxColl_;
    Vek::Ptr<LdpPduPamPipeSessionColl> ldpPduPamPipeSessionRxColl_;
    Vek::Ptr<LdpServiceAclFilter> discoveryAclFilter_;
+   Vek::Ptr<LdpFecSessionNotifier> ldpFecSessionRxNotifier_;
+   Vek::Ptr<LdpMsgPipe> ldpFecSessionSingletonMsgPipe_;
    Vek::Ptr<Nolu::UdpPam> ldpTargetUdpPam_;
    Vek::Ptr<Nolu::UdpPam> ldpLinkUdpPam_;
    Vek::SmChild<LdpLinkSmColl> ldpLinkSmColl_{this};
@@ -155,12 +178,21 @@ class LdpRoot : public LdpSm {
    Vek::SmChild<LdpTcpConnConfigSm> ldpTcpConnConfigSm_{this};
    Vek::SmChild<LdpPduPamManager> ldpPduPamManager_{this};
    Vek::SmChild<LdpTargetServerSm> ldpTargetServerSm_{this};
+   Vek::SmChild<LdpLabelRequestManager> ldpLabelRequestManager_{this};
+   Vek::SmChild<LdpLabelAllocSm> ldpLabelAllocSm_{this};
+   Vek::SmChild<LdpLocalBindingTableSm> ldpLocalBindingTableSm_{this};
+   Vek::SmChild<LdpStaticFecBindingSm> ldpStaticFecBindingSm_{this};
+   Vek::SmChild<LdpTunnelRibListenerSm> ldpTunnelRibListenerSm_{this};
+   Vek::SmChild<LdpFibSm> ldpFibSm_{this};
    Vek::SmChild<LdpIpIntfStatusSm> ldpIpIntfStatusSm_{this};
    Vek::SmChild<LdpSessionPamShutdownSm> ldpSessionPamShutdownSm_{this};
    Vek::SmChild<LdpSessionConfigSm> ldpSessionConfigSm_{this};
    Vek::SmChild<LdpSessionStatusSm> ldpSessionStatusSm_{this};
    Vek::SmChild<LdpSessionSmManager> ldpSessionSmManager_{this};
    Vek::SmChild<LdpProtoConfigConsistencySm> ldpProtoConfigConsistencySm_{this};
+   Vek::SmChild<LdpFecConfigSm> ldpFecConfigSm_{this};
+   Vek::SmChild<LdpFecSmManager> ldpFecSmManager_{this};
+   Vek::SmChild<LdpFecSessionSmManager> ldpFecSessionSmManager_{this};
    Vek::SmChild<LdpPeerSessionManager> ldpPeerSessionManager_{this};
    Vek::SmChild<LdpPeerConfigSm> ldpPeerConfigSm_{this};
    Vek::SmChild<LdpAdjSmManager> ldpAdjSmManager_{this};

@@ -39,6 +39,10 @@ class NumAllocator : public Vek::PtrInterface, private Vek::Timed {
    U32 quarantinedCount() const { return quarantine_.size(); }
    NumAllocatorConfig const* config() const { return config_.ptr(); }
    NumAllocatorStatus const* status() const { return status_.ptr(); }
+   // The clients that share the allocator, so that the last one to go, and
+   // only it, empties the range.
+   U32 userAdd() { return ++users_; }
+   U32 userDel() { return users_ ? --users_ : 0; }
 
  private:
    class ConfigReactor;
@@ -61,6 +65,7 @@ class NumAllocator : public Vek::PtrInterface, private Vek::Timed {
    std::vector<U64> held_;
    std::vector<U64> quarantined_;
    U32 allocated_ = 0;
+   U32 users_ = 0;
    // Where the search for a free number starts; nothing free lies below it.
    U32 searchFrom_ = 0;
    struct Quarantined {

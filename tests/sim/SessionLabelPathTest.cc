@@ -140,17 +140,28 @@ TEST_F(LabelPath, ShutdownOvertakesQueuedPdus) {
 }
 
 TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
-   // The FEC machinery makes a new FEC's pipe a moment after the FEC appears.
-   fecPipes(0.3);
    untilOperational();
+   // A mapping for a FEC this LSR does not route: the FEC machinery makes
+   // its pipe at once, and the message goes on to the FEC sessions, which
+   // learn first which FEC session it is for.
    fake.send(
       {B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
    fake.runFor(0.1);
-   EXPECT_EQ(0u, pipes->readers.size());
-   fake.runFor(0.4);
-   ASSERT_EQ(1u, pipes->readers.count(fec24(23, 0, 0)));
-   ASSERT_EQ(1u, pipes->readers[fec24(23, 0, 0)]->msgs.size());
-   EXPECT_EQ(600u, pipes->readers[fec24(23, 0, 0)]->msgs[0]->parser()->msgId());
+   auto* msgSm = b.root()->ldpSessionSmColl()->sessionMsgSm(LdpSessionId(r1Id)).ptr();
+   EXPECT_EQ(0u, msgSm->heldFecMsgCount());
+   auto* relay = b.root()->ldpFecSessionSingletonMsgPipe();
+   ASSERT_EQ(1u, relay->txMsgCount());
+   auto* notifier = b.root()->ldpFecSessionRxNotifier();
+   EXPECT_EQ(LdpFecSessionId(fec24(23, 0, 0), LdpSessionId(r1Id)), notifier->ldpFecSessionId());
+   EXPECT_TRUE(b.status()->ldpFecSessionStatusColl()->fecSessionStatusHas(notifier->ldpFecSessionId()));
+   EXPECT_TRUE(b.status()->ldpFecStatusColl()->fecStatusHas(fec24(23, 0, 0)));
+   // Nothing keeps the FEC: a moment later it is gone with its status, its
+   // pipe and its FEC session.
+   fake.runFor(1.5);
+   EXPECT_FALSE(b.status()->ldpFecConfigColl()->fecConfigHas(fec24(23, 0, 0)));
+   EXPECT_FALSE(b.status()->ldpFecStatusColl()->fecStatusHas(fec24(23, 0, 0)));
+   EXPECT_FALSE(b.root()->ldpFecMsgPipeColl()->msgPipe(fec24(23, 0, 0)));
+   EXPECT_EQ(0u, b.status()->ldpFecSessionStatusColl()->fecSessionStatusSize());
 
    // A Withdraw or Release for a FEC never known makes no FEC; the Withdraw
    // is answered with a Release of its label.
@@ -173,20 +184,6 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
    EXPECT_EQ(stateOperational_, state());
 }
 
-TEST_F(AgentAndFake, HeldMessagesForAFecThatNeverComesAreDropped) {
-   untilOperational();
-   fake.send(
-      {B::labelMsg(LdpLabelMapping_, 600, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
-   fake.runFor(0.1);
-   auto* msgSm = b.root()->ldpSessionSmColl()->sessionMsgSm(LdpSessionId(r1Id)).ptr();
-   EXPECT_EQ(1u, msgSm->heldFecMsgCount());
-   fake.runFor(1.5);
-   EXPECT_EQ(0u, msgSm->heldFecMsgCount());
-   // A pipe made after that finds nothing waiting.
-   auto pipe = ldpMsgPipeFactory("late");
-   b.root()->ldpFecMsgPipeColl()->msgPipeIs(fec24(23, 0, 0), pipe);
-   EXPECT_EQ(0u, pipe->pendingMsgs());
-}
 
 TEST_F(LabelPath, TransmitBatchesToTheMaximumAndByPriority) {
    untilOperational(30, 1024);
