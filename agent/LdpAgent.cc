@@ -4,6 +4,8 @@
 
 namespace Ldp {
 
+bool Agent::holdReservePhase_ = false;
+
 namespace {
 Vek::TraceHandle th("LdpAgent");
 }
@@ -191,6 +193,7 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
    in.scheduler = scheduler_;
    in.timerWheel = timerWheel_;
    in.netNs = netNs_;
+   in.holdReservePhase = holdReservePhase_;
    ldpRootSm_ = LdpRootSm::LdpRootSmIs(0, in);
    madeLog_.push_back("ldpRootSm");
 }

@@ -41,6 +41,9 @@ class Agent : public AgentBase::CAgent {
       return aclConfigAggregatorSm_;
    }
    Vek::Ptr<LdpRootSm> const& ldpRootSm() const { return ldpRootSm_; }
+   // For agents started from now on: whether the reserve phase of label
+   // allocation waits for the host (LdpRootSm::reservePhaseEnd).
+   static void holdReservePhaseIs(bool hold) { holdReservePhase_ = hold; }
    Vek::Ptr<LdpProtoConfigSmManager> const& ldpProtoConfigSmManager() const {
       return ldpProtoConfigSmManager_;
    }
@@ -150,6 +153,7 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Acl::AclConfigAggregatorSm> aclConfigAggregatorSm_;
    Vek::Ptr<LdpProtoConfigSmManager> ldpProtoConfigSmManager_;
    Vek::Ptr<LdpRootSm> ldpRootSm_;
+   static bool holdReservePhase_;
 
    Nolu::NamespaceName netNs_ = defaultNamespace();
    std::vector<Ombra::Mount> mountLog_;

@@ -70,9 +70,11 @@ void LdpRootSm::handleInitialized() {
    for (auto it = in_.ldpProtoConfigColl->protoConfigIter(); it; ++it) handleProtoConfig(it.key());
    for (auto it = in_.allVrfStatusLocal->vrfIter(); it; ++it) handleVrf(it.key());
    handleConfig();
-   labelAllocGlobalStatus_->stateIs(labelAllocReady_);
+   if (!in_.holdReservePhase) reservePhaseEnd();
    in_.ldpAgentStatus->numStartupsInc(1);
 }
+
+void LdpRootSm::reservePhaseEnd() { labelAllocGlobalStatus_->stateIs(labelAllocReady_); }
 
 void LdpRootSm::handleDelete() {
    initialized_ = false;

@@ -38,6 +38,10 @@ struct LdpRootSmInputs {
    Vek::Ptr<VekTesh::Mount> teshEntityManager;
    Vek::Ptr<Vek::Dir const> cliRequestDir;
    Vek::Ptr<Hesk::TaskScheduler> scheduler;
+   // The reserve phase of label allocation lasts until reservePhaseEnd(),
+   // for a host whose start goes on after the agent's (configuration and
+   // routes come later).
+   bool holdReservePhase = false;
    Vek::Ptr<Hesk::TimerWheel> timerWheel;
    // The namespace of the default VRF.
    Nolu::NamespaceName netNs = Nolu::NamespaceName("default");
@@ -71,6 +75,9 @@ class LdpRootSm : public LdpSm {
 
    void handleInitialized();
    void handleDelete() override;
+   // The end of agent start: labels left from the last run can no longer be
+   // claimed, and new ones are handed out.
+   void reservePhaseEnd();
    void handleConfig();
    void handleConfig(L3::VrfName const& vrf);
    void handleVrfCreate(L3::VrfName const& vrf);

@@ -212,6 +212,31 @@ class Parser {
          l.keepAliveTime = U16(v);
          return true;
       }
+      if (k == "label" && n >= 2 && ws[1] == "binding") {
+         // label binding A.B.C.D/LEN local N
+         auto p = n >= 3 ? Nolu::Prefix::fromString(ws[2]) : std::nullopt;
+         if (!p || (no ? (n != 3 && n != 5) : n != 5) || (n == 5 && ws[3] != "local")) {
+            expect("label binding A.B.C.D/LEN local LABEL");
+            return true;
+         }
+         if (no) {
+            l.staticBindings.erase(*p);
+            return true;
+         }
+         U32 v = 0;
+         // Labels below 16 are reserved for special purposes, except Implicit Null.
+         if (ws[4] == "implicit-null") v = 3;
+         else if (!number(ws[4], 16, 1048575, &v, "the local label")) return true;
+         l.staticBindings[*p] = v;
+         return true;
+      }
+      if (k == "label" && n >= 2 && ws[1] == "allocation") {
+         if (n != 3 || ws[2] != "all-prefixes")
+            expect("label allocation all-prefixes");
+         else
+            l.allPrefixes = !no;
+         return true;
+      }
       if (k == "label") {
          if (n < 2) {
             expect("label distribution|advertisement|retention MODE");
@@ -247,7 +272,7 @@ class Parser {
             else
                expect("label retention liberal|conservative");
          } else {
-            expect("label distribution|advertisement|retention MODE");
+            expect("label distribution|advertisement|retention|binding|allocation ...");
          }
          return true;
       }
@@ -548,6 +573,10 @@ std::string renderConfig(HostConfig const& cfg) {
       if (l.labelRetention == Ldp::conservativeRetention_)
          os << "   label retention conservative\n";
       if (l.loopDetection) os << "   loop-detection\n";
+      for (auto const& [p, label] : l.staticBindings)
+         os << "   label binding " << p << " local "
+            << (label == 3 ? std::string("implicit-null") : std::to_string(label)) << "\n";
+      if (l.allPrefixes) os << "   label allocation all-prefixes\n";
       if (!l.fecFilterPrefixList.empty())
          os << "   fec filter prefix-list " << l.fecFilterPrefixList << "\n";
       if (l.linkReadyDelay != ld.linkReadyDelay)

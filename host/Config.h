@@ -35,6 +35,10 @@ struct LdpVrfConfig {
    Ldp::LdpLabelRetention labelRetention = Ldp::liberalRetention_;
    bool loopDetection = false;
    std::string fecFilterPrefixList;
+   // "label binding PREFIX local N": a configured local label per IPv4 prefix.
+   std::map<Nolu::Prefix, U32> staticBindings;
+   // "label allocation all-prefixes": FECs for routes shorter than /32.
+   bool allPrefixes = false;
    Vek::Seconds linkReadyDelay = 0.0;
    Vek::Seconds linkReadyTimeout = Vek::infinity;
    bool operator==(LdpVrfConfig const&) const = default;

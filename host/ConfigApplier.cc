@@ -59,6 +59,16 @@ void ConfigApplier::applyLdp(std::string const& vrf, LdpVrfConfig const& l) {
    c->ldpLabelRetentionIs(l.labelRetention);
    c->ldpLoopDetectionIs(l.loopDetection);
    c->fecFilterPrefixListNameIs(l.fecFilterPrefixList);
+   Ldp::LdpProtoParamSetting feature = c->ldpProtoParamSetting();
+   feature.flagIs(Ldp::LdpProtoParamSetting::shortPrefixFecs, l.allPrefixes);
+   c->ldpProtoParamSettingIs(feature);
+   std::vector<Mpls::FwdEqvClass> gone;
+   for (auto it = c->staticFecBindingCollIter(); it; ++it)
+      if (it.key().af() != Nolu::ipv4_ || !l.staticBindings.count(it.key().prefix().v4Prefix()))
+         gone.push_back(it.key());
+   for (auto const& f : gone) c->staticFecBindingCollDel(f);
+   for (auto const& [p, label] : l.staticBindings)
+      c->staticFecBindingCollIs(Mpls::FwdEqvClass(p))->localLabelIs(Nolu::MplsLabel(label));
    c->linkReadyDelayIs(l.linkReadyDelay);
    c->linkReadyTimeoutIs(l.linkReadyTimeout);
    c->enabledIs(!l.shutdown);

@@ -149,8 +149,89 @@ bool StateDir::numStartupsIs(U32 n, std::string* reason) const {
    return true;
 }
 
-void StateDir::saveLabelState(Ombra::Store const&) const {}
-void StateDir::loadLabelState(Ombra::Store&) const {}
+// One line per labelled FEC of the default VRF: what the FEC database held of
+// it (delivery type, memberships, filtered state, vias) and its local labels,
+// so that a restarted agent finds the FEC asking for the labels it had.
+//   fec PREFIX TYPE MEMBERSHIPS FILTERED LABELS VIAS
+// with LABELS and VIAS lists joined by commas, a via as INTF@ADDR.
+void StateDir::saveLabelState(Ombra::Store const& store) const {
+   auto coll = store.get<Ldp::LdpStatusColl>("mpls/ldp/ldpStatusColl");
+   auto st = coll ? coll->status(L3::defaultVrfName()) : nullptr;
+   std::string tmp = dir_ + "/labels.new";
+   {
+      std::ofstream out(tmp, std::ios::trunc);
+      if (st && st->localLabelAllocTable() && st->ldpFecConfigColl()) {
+         auto const* fecs = st->ldpFecConfigColl().ptr();
+         for (auto it = st->localLabelAllocTable()->bindingIter(); it; ++it) {
+            auto const* c = fecs->fecConfigFind(it.key());
+            if (!c || it.value().mplsLabelSize() == 0 || it.key().af() != Nolu::ipv4_) continue;
+            U32 members = 0;
+            for (U8 m = 0; m < 4; ++m)
+               if (c->membershipHas(Ldp::LdpFecConfigMembership(m))) members |= 1u << m;
+            out << "fec " << it.key().prefix() << " " << int(c->ldpFecDeliveryType()) << " "
+                << members << " " << int(c->fecFilteredState()) << " ";
+            char const* sep = "";
+            for (auto l = it.value().mplsLabelIter(); l; ++l, sep = ",") out << sep << l.key().value();
+            out << " ";
+            sep = "";
+            for (auto v = c->viaIter(); v; ++v, sep = ",")
+               out << sep << v.key().intfId().name() << "@" << v.key().addr();
+            out << (c->viaSize() ? "" : "-") << "\n";
+         }
+      }
+      if (!out) return;
+   }
+   ::rename(tmp.c_str(), (dir_ + "/labels").c_str());
+}
+
+void StateDir::loadLabelState(Ombra::Store& store) const {
+   std::ifstream in(dir_ + "/labels");
+   if (!in) return;
+   auto coll = Vek::Ptr<Ldp::LdpStatusColl>(dynamic_cast<Ldp::LdpStatusColl*>(
+      store.entityFindOrNew("mpls/ldp/ldpStatusColl", "Ldp::LdpStatusColl").ptr()));
+   if (!coll) return;
+   // The children by the names the agent gives them, so that it takes them on.
+   auto st = coll->statusIs(L3::defaultVrfName());
+   Mpls::RouterId ldpRouter(0, 0);
+   auto fecs = st->ldpFecConfigCollIs("lfcc");
+   auto requests = st->labelAllocRequestTableIs("lart");
+   auto labels = st->localLabelAllocTableIs("llat", ldpRouter);
+   std::string line;
+   while (std::getline(in, line)) {
+      std::istringstream ls(line);
+      std::string word, prefix, labelList, viaList;
+      int type = 0, filtered = 0;
+      U32 members = 0;
+      if (!(ls >> word >> prefix >> type >> members >> filtered >> labelList >> viaList)) continue;
+      auto p = Nolu::Prefix::fromString(prefix);
+      if (word != "fec" || !p || type < 1 || type > 3 || filtered < 0 || filtered > 2) continue;
+      Mpls::FwdEqvClass fec(*p);
+      auto c = fecs->fecConfigIs(fec);
+      c->ldpFecDeliveryTypeIs(Ldp::LdpFecDeliveryType(type));
+      c->fecFilteredStateIs(Mpls::FecFilteredState(filtered));
+      for (U8 m = 0; m < 4; ++m)
+         if (members & (1u << m)) c->membershipIs(Ldp::LdpFecConfigMembership(m), true);
+      std::istringstream vs(viaList == "-" ? std::string() : viaList);
+      for (std::string v; std::getline(vs, v, ',');) {
+         auto at = v.find('@');
+         auto addr = at == std::string::npos ? std::nullopt
+                                             : Nolu::IpGenAddr::fromString(v.substr(at + 1));
+         if (addr) c->viaIs(Ldp::Via(*addr, Nolu::IntfId(v.substr(0, at))), true);
+      }
+      auto r = requests->labelBindingRequestIs(fec);
+      r->numLabelsRequestedIs(1);
+      r->ldpFecDeliveryTypeIs(Ldp::LdpFecDeliveryType(type));
+      auto b = labels->bindingIs(fec);
+      std::istringstream lsv(labelList);
+      for (std::string l; std::getline(lsv, l, ',');) {
+         U32 v = 0;
+         auto [e, ec] = std::from_chars(l.data(), l.data() + l.size(), v);
+         if (ec == std::errc() && e == l.data() + l.size() && v <= Nolu::MplsLabel::max)
+            b->mplsLabelIs(Nolu::MplsLabel(v), true);
+      }
+      if (b->mplsLabelSize() == 0) labels->bindingDel(fec);
+   }
+}
 
 // ---- VRFs ----
 
@@ -244,6 +325,42 @@ void HostVrfManager::timedRun() {
 // ---- The daemon ----
 
 namespace {
+
+// Ends the reserve phase of label allocation once the default VRF's root has
+// claimed the labels of the last run (or, without LDP in it, after a while),
+// and keeps the label state on disk every half minute.
+class LabelStateKeeper : private Vek::Timed {
+ public:
+   LabelStateKeeper(Ldp::Agent* agent, StateDir const* state, Ombra::Store const* store)
+      : agent_(agent), state_(state), store_(store), start_(Vek::System::currentTime()) {
+      Vek::activityManager()->timerArm(this, start_ + 0.1);
+   }
+   ~LabelStateKeeper() override { Vek::activityManager()->timerStop(this); }
+
+ private:
+   void timedRun() override {
+      Vek::Seconds now = Vek::System::currentTime();
+      auto rs = agent_->ldpRootSm();
+      if (!ended_ && rs && (rs->ldpRoot(L3::defaultVrfName()) || now - start_ > maxHold)) {
+         rs->reservePhaseEnd();
+         ended_ = true;
+         lastSave_ = now;
+      }
+      if (ended_ && now - lastSave_ >= saveInterval) {
+         state_->saveLabelState(*store_);
+         lastSave_ = now;
+      }
+      Vek::activityManager()->timerArm(this, now + (ended_ ? saveInterval : 0.1));
+   }
+   static constexpr Vek::Seconds maxHold = 10.0;
+   static constexpr Vek::Seconds saveInterval = 30.0;
+   Ldp::Agent* agent_;
+   StateDir const* state_;
+   Ombra::Store const* store_;
+   Vek::Seconds start_;
+   Vek::Seconds lastSave_ = 0.0;
+   bool ended_ = false;
+};
 
 // The daemon's parts and its answers to ldpctl.
 class AgentHost {
@@ -444,6 +561,9 @@ int AgentHost::run() {
    agentStatus->numStartupsIs(state.numStartups());
    state.loadLabelState(*store_);
 
+   // The reserve phase lasts until the configuration and the routes are in
+   // and the default VRF's root has claimed the labels of the last run.
+   Ldp::Agent::holdReservePhaseIs(true);
    runner_ = std::make_unique<AgentBase::AgentRunner>(store_);
    if (!runner_->start(Ldp::agentFactory, "LdpAgent")) {
       std::cerr << "ldp-agent: the agent's mounts failed\n";
@@ -483,6 +603,7 @@ int AgentHost::run() {
       std::cerr << "ldp-agent: " << reason << "\n";
       return 1;
    }
+   auto keeper = std::make_unique<LabelStateKeeper>(agent_.ptr(), &state, store_.ptr());
    SignalWatcher signals;
    if (!signals.start()) {
       std::cerr << "ldp-agent: can't watch signals: " << strerror(errno) << "\n";
@@ -495,6 +616,7 @@ int AgentHost::run() {
    std::cerr << "ldp-agent: " << (signals.signo ? strsignal(signals.signo) : "stopped")
              << ", exiting\n";
    control_.reset();
+   keeper.reset();
    state.saveLabelState(*store_);
    responder_ = nullptr;
    agent_ = nullptr;

@@ -1,9 +1,11 @@
 #include "host/Show.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <list>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -541,6 +543,109 @@ Node interfaces(ShowContext const& ctx) {
 
 }  // namespace
 
+char const* deliveryName(Ldp::LdpFecDeliveryType t) {
+   switch (t) {
+   case Ldp::deliveryLocal_: return "local";
+   case Ldp::deliveryRemote_: return "remote";
+   case Ldp::deliveryConnected_: return "connected";
+   default: return "none";
+   }
+}
+
+char const* lspRoleName(Ldp::LdpFecLspRole r) {
+   switch (r) {
+   case Ldp::lspRoleIngress_: return "ingress";
+   case Ldp::lspRoleEgress_: return "egress";
+   case Ldp::lspRoleTransit_: return "transit";
+   default: return "none";
+   }
+}
+
+char const* filteredName(Mpls::FecFilteredState f) {
+   switch (f) {
+   case Mpls::fecFiltered_: return "filtered";
+   case Mpls::fecUnfiltered_: return "unfiltered";
+   default: return "not evaluated";
+   }
+}
+
+Node fecNode(Ldp::LdpFecConfig const& c) {
+   Node f = Node::object();
+   f.set("prefix", c.fec().prefix().stringValue());
+   f.set("deliveryType", deliveryName(c.ldpFecDeliveryType()));
+   f.set("lspRole", lspRoleName(c.ldpFecLspRole()));
+   Node& labels = f.set("localLabels", Node::array());
+   for (auto it = c.mplsLabelIter(); it; ++it) labels.add(Node::num(it.key().value()));
+   Node& vias = f.set("vias", Node::array());
+   for (auto it = c.viaIter(); it; ++it) {
+      Node& v = vias.add(Node::object());
+      v.set("interface", it.key().intfId().name());
+      v.set("nextHop", addrText(it.key().addr()));
+   }
+   Node& ds = f.set("downstreamLsrs", Node::array());
+   for (auto it = c.downstreamLsrIter(); it; ++it) ds.add(Node::str(it.key().stringValue()));
+   f.set("downstreamMappingAvailable", c.downstreamLsrMappingAvail());
+   f.set("filteredState", filteredName(c.fecFilteredState()));
+   Node& m = f.set("memberships", Node::array());
+   static char const* const names[] = {"route", "session", "static binding", "tunnel end point"};
+   for (U8 i = 0; i < 4; ++i)
+      if (c.membershipHas(Ldp::LdpFecConfigMembership(i))) m.add(Node::str(names[i]));
+   Node& ss = f.set("sessions", Node::array());
+   for (auto it = c.sessionMemberIter(); it; ++it)
+      ss.add(Node::str(it.key().ldpIdentifier().stringValue()));
+   return f;
+}
+
+// The FECs of each VRF, in prefix order; one prefix alone when given.
+Node fecs(ShowContext const& ctx, std::string const& only, std::string const& prefix,
+          std::string* err) {
+   std::optional<Nolu::Prefix> want;
+   if (!prefix.empty()) {
+      want = Nolu::Prefix::fromString(prefix);
+      if (!want) {
+         *err = "'" + prefix + "' is not an IPv4 prefix";
+         return Node();
+      }
+   }
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::array());
+      auto st = ctx.agent->ldpStatusColl()->status(vrf);
+      if (!st) continue;
+      auto const* coll = st->ldpFecConfigColl().ptr();
+      if (want) {
+         if (auto const* c = coll->fecConfigFind(Mpls::FwdEqvClass(*want))) v.add(fecNode(*c));
+         continue;
+      }
+      std::vector<Mpls::FwdEqvClass> keys;
+      for (auto it = coll->fecConfigIter(); it; ++it) keys.push_back(it.key());
+      std::sort(keys.begin(), keys.end());
+      for (auto const& k : keys) v.add(fecNode(*coll->fecConfigFind(k)));
+   }
+   return top;
+}
+
+Node labelAllocation(ShowContext const& ctx) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   auto block = a->mplsAgentStatus()->labelBlockAllocation("ldp");
+   Node& b = top.set("block", Node::object());
+   b.set("base", U32(block ? block->base() : 0));
+   b.set("size", U32(block ? block->size() : 0));
+   auto const* alloc = a->ldpRootSm() ? a->ldpRootSm()->numAllocator() : nullptr;
+   U32 size = alloc ? alloc->range().size() : 0;
+   U32 used = alloc ? alloc->allocatedCount() : 0;
+   U32 quarantined = alloc ? alloc->quarantinedCount() : 0;
+   top.set("inUse", used);
+   top.set("quarantined", quarantined);
+   top.set("free", size >= used + quarantined ? size - used - quarantined : 0);
+   top.set("exhausted", alloc && alloc->status() && alloc->status()->rangeExhausted());
+   auto const* g = a->ldpRootSm() ? a->ldpRootSm()->labelAllocGlobalStatus() : nullptr;
+   top.set("phase", g && g->state() == Ldp::labelAllocReady_ ? "ready" : "reserve");
+   return top;
+}
+
 char const* sessionStateName(U8 state) {
    switch (state) {
       case Ldp::stateNonExistent_:
@@ -579,6 +684,8 @@ std::vector<std::string> const& showCommands() {
       "show mpls ldp discovery [vrf NAME]",
       "show mpls ldp neighbor [vrf NAME]",
       "show mpls ldp statistics [vrf NAME]",
+      "show mpls ldp fec [PREFIX] [vrf NAME]",
+      "show mpls ldp label-allocation",
       "show interfaces",
       "show running-config",
    };
@@ -622,6 +729,16 @@ bool runShow(std::vector<std::string> const& words, bool json, ShowContext const
       n = statistics(ctx, vrf);
    else if (cmd == "interfaces")
       n = interfaces(ctx);
+   else if (cmd == "mpls ldp label-allocation")
+      n = labelAllocation(ctx);
+   else if (w.size() >= 3 && w.size() <= 4 && w[0] == "mpls" && w[1] == "ldp" && w[2] == "fec") {
+      std::string err;
+      n = fecs(ctx, vrf, w.size() == 4 ? w[3] : std::string(), &err);
+      if (!err.empty()) {
+         *out = err;
+         return false;
+      }
+   }
    else {
       *out = "unknown show command 'show " + cmd + "'; the commands are:";
       for (auto const& c : showCommands()) *out += "\n  " + c;

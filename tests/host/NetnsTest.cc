@@ -239,3 +239,86 @@ TEST(RealHost, TwoAgentsBecomeNeighboursOverLinkAndTargetedAdjacencies) {
    EXPECT_EQ(0, a.stop(SIGTERM));
    EXPECT_EQ(0, b.stop(SIGTERM));
 }
+
+namespace {
+
+// The FEC of a show mpls ldp fec answer, by prefix.
+Json const& fecNamed(Json const& j, std::string const& prefix) {
+   static Json const none;
+   for (auto const& f : vrf(j).a)
+      if (f["prefix"].str() == prefix) return f;
+   return none;
+}
+
+double localLabel(AgentProc& a, std::string const& prefix) {
+   Json j = a.show({"mpls", "ldp", "fec"});
+   Json const& f = fecNamed(j, prefix);
+   return f["localLabels"].a.size() == 1 ? f["localLabels"][0].n : -1;
+}
+
+}  // namespace
+
+TEST(RealHost, KernelRoutesBecomeFecsWithLabels) {
+   SKIP_UNLESS_REAL_HOST();
+   TempDir dir;
+   Netns ns(uniq("f"));
+   ASSERT_TRUE(ns.ok());
+   ASSERT_TRUE(ns.ip("addr add 1.1.1.1/32 dev lo"));
+   ASSERT_TRUE(ns.ip("link add va type veth peer name vb"));
+   ASSERT_TRUE(ns.ip("addr add 10.0.0.1/24 dev va"));
+   ASSERT_TRUE(ns.ip("link set va up") && ns.ip("link set vb up"));
+   ASSERT_TRUE(ns.ip("route add 2.2.2.2/32 via 10.0.0.2"));
+   ASSERT_TRUE(ns.ip("route add 3.3.3.3/32 via 10.0.0.2"));
+   ASSERT_TRUE(ns.ip("route add 20.0.0.0/24 via 10.0.0.2"));
+
+   AgentProc a(ns.name(), dir.path(), "a");
+   a.configIs("mpls label range 200000 1000\nmpls ldp\n   router-id interface lo\n"
+              "   label binding 3.3.3.3/32 local 5000\n");
+   ASSERT_TRUE(a.start()) << a.log();
+   // Our loopback is delivered here (Implicit Null), a remote host route gets
+   // a label of the block, a configured binding its own label; a /24 is no
+   // FEC by default.
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "2.2.2.2/32") >= 200000; }, 15.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   Json f = a.show({"mpls", "ldp", "fec"});
+   EXPECT_EQ(3, localLabel(a, "1.1.1.1/32"));
+   EXPECT_EQ("local", fecNamed(f, "1.1.1.1/32")["deliveryType"].str());
+   Json const& two = fecNamed(f, "2.2.2.2/32");
+   EXPECT_EQ("remote", two["deliveryType"].str());
+   ASSERT_EQ(1u, two["vias"].a.size());
+   EXPECT_EQ("va", two["vias"][0]["interface"].str());
+   EXPECT_EQ("10.0.0.2", two["vias"][0]["nextHop"].str());
+   EXPECT_EQ("unfiltered", two["filteredState"].str());
+   EXPECT_EQ(5000, localLabel(a, "3.3.3.3/32"));
+   EXPECT_TRUE(fecNamed(f, "20.0.0.0/24")["prefix"].str().empty());
+   // One prefix alone, and a bad one refused.
+   EXPECT_EQ(1u, vrf(a.show({"mpls", "ldp", "fec", "2.2.2.2/32"})).a.size());
+   EXPECT_EQ(1, a.ctl({"show", "mpls", "ldp", "fec", "2.2.2.300/32"}).code);
+
+   // Live: shorter prefixes admitted, a connected one delivered here; the
+   // static binding removed falls back to an allocated label.
+   auto r = a.ctl({"config", "mpls ldp", "label allocation all-prefixes",
+                   "no label binding 3.3.3.3/32"});
+   ASSERT_EQ(0, r.code) << r.err;
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "20.0.0.0/24") >= 200000; }, 5.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   EXPECT_TRUE(waitFor([&] { return localLabel(a, "10.0.0.0/24") == 3; }, 5.0));
+   EXPECT_TRUE(waitFor([&] { return localLabel(a, "3.3.3.3/32") >= 200000; }, 5.0));
+   EXPECT_EQ(1, a.ctl({"config", "mpls ldp", "label binding 3.3.3.3/32 local 7"}).code);
+   Json la = a.show({"mpls", "ldp", "label-allocation"});
+   EXPECT_EQ("ready", la["phase"].str());
+   EXPECT_EQ(200000, la["block"]["base"].n);
+   EXPECT_EQ(3, la["inUse"].n);
+   EXPECT_FALSE(la["exhausted"].b);
+
+   // A restart on the same state directory, with the configuration written
+   // back, brings the FECs and their labels back.
+   ASSERT_EQ(0, a.ctl({"write"}).code);
+   EXPECT_EQ(0, a.stop());
+   ASSERT_TRUE(a.start()) << a.log();
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "20.0.0.0/24") >= 200000; }, 15.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   EXPECT_GE(localLabel(a, "2.2.2.2/32"), 200000);
+   EXPECT_GE(localLabel(a, "3.3.3.3/32"), 200000);
+   EXPECT_EQ(2, a.show({"mpls", "ldp"})["numStartups"].n);
+}
