@@ -80,8 +80,12 @@ void LdpLabelAllocSm::handleBlockAllocation() {
 
 void LdpLabelAllocSm::updateLabelBlockSize(U32 start, U32 size) {
    Hesk::Range range = Hesk::Range::empty();
+   // A block that reaches past the last label is cut there: labels above it
+   // cannot exist.
+   if (start > Nolu::MplsLabel::max) size = 0;
    if (size != 0) {
-      range = Hesk::Range::of(start, start + size - 1);
+      U32 end = Nolu::MplsLabel::max - start < size - 1 ? Nolu::MplsLabel::max : start + size - 1;
+      range = Hesk::Range::of(start, end);
       LDP_TRACE(th, 5, " set range [" << range.min << ", " << range.max << "]");
    }
    bool same = in_.numAllocatorConfig->range() == range && allocReady_ == (size != 0);

@@ -99,7 +99,11 @@ void LdpLocalBindingTableSm::handleFecFilteredState(Mpls::FwdEqvClass const& fec
    if (!initialized_) return;
    auto const* cfg = in_.ldpFecConfigColl->fecConfigFind(fec);
    auto* table = in_.localLabelBindingTable.ptr();
+   // A new FEC whose filter has not been asked yet keeps its place: it is
+   // published once the answer comes, not as filtered and then unfiltered.
    bool filtered = cfg && cfg->fecFilteredState() != Mpls::fecUnfiltered_;
+   if (cfg && cfg->fecFilteredState() == Mpls::fecFilterUnknown_)
+      filtered = table->filteredFecHas(fec);
    if (filtered == table->filteredFecHas(fec)) {
       // Nothing changed for the published table; the label may have.
       handleFec(fec);
