@@ -195,6 +195,8 @@ void PwFecSessionSmManager::addFecSessionSm(bool remote, PwFecSessionId const& i
       sms.pwFecSessionLocalRxSm.is(id,
                                    PwFecSessionLocalRxSm::PwFecSessionLocalRxSmIs(instId(), in, st));
    }
+   // The machines' first judgement may leave the state as it was made.
+   scheduleStateReview(remote, id);
 }
 
 // The status, the pipe, the receive machine, the transmit machine, in this
