@@ -623,8 +623,8 @@ Node pseudowires(ShowContext const& ctx, std::string const& only, std::string* e
       bool mtuMismatch = r && r->peerLabel().isValid() && r->mtu() && r->mtu() != pw.mtu;
       n.set("mtuMismatch", mtuMismatch);
       std::string words = pwStatusName(status);
-      if (up && mtuMismatch) words = "MTU mismatch";
       if (up && pw.shutdown) words = "up, admin down here";
+      if (mtuMismatch) words = "MTU mismatch";
       n.set("statusText", words);
    }
    return top;
