@@ -75,3 +75,37 @@ TEST_F(TwoAgents, BindingsReachTheSharedTableAndTheMulticastFrameStands) {
    ASSERT_TRUE(s.runUntil([&] { return !a.root(); }, 10.0));
    EXPECT_FALSE(a.store()->get<Ldp::LdpTesh::LdpLabelBindingTable>("mpls/ldp/ldpBindingTables"));
 }
+
+TEST_F(TwoAgents, EventMonitorWritesOneLinePerChange) {
+   auto* log = a.agent()->ldpEventMonLog();
+   a.ldp();
+   b.ldp();
+   ASSERT_TRUE(s.runUntil([&] { return bothOperational(); }, 30.0));
+   for (char const* text :
+        {"LdpEventMonConfigSm[default]: created", "LdpEventMonProtoConfigSm[default]: created",
+         "LdpEventMonStatusSm[default]: created", "Config: default enabled", "   routerId: ",
+         "   ldpLabelRetention: ", "ProtoConfig[default]: runningState: ",
+         "ProtoConfig[default]: routerId: 1.1.1.1", "Link: eth1 enabled", "Adjacency: eth1",
+         "LdpPeer: 2.2.2.2:0 created", "Session: 2.2.2.2:0 created",
+         "Session: 2.2.2.2:0, role: ", "Session: 2.2.2.2:0, State: stateOperational_"})
+      EXPECT_TRUE(log->contains(text)) << text;
+   // FECs and their memberships.
+   Mpls::FwdEqvClass fec(Nolu::Prefix(IpAddr(10, 9, 9, 9), 32));
+   auto fc = a.status()->ldpFecConfigColl();
+   fc->fecConfigIs(fec)->membershipIs(membershipStatic_, true);
+   fc->fecConfig(fec)->membershipDel(membershipStatic_);
+   fc->fecConfigDel(fec);
+   EXPECT_TRUE(log->contains("FEC: 10.9.9.9/32 created"));
+   EXPECT_TRUE(log->contains("FEC: 10.9.9.9/32: added membershipStatic_"));
+   EXPECT_TRUE(log->contains("FEC: 10.9.9.9/32: deleted membershipStatic_"));
+   EXPECT_TRUE(log->contains("FEC: 10.9.9.9/32 removed"));
+   // The lines are numbered in order, and each is in the trace at level 0.
+   auto const& lines = log->lines();
+   for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_EQ(lines[i - 1].seq + 1, lines[i].seq);
+   EXPECT_TRUE(s.traced("Link: eth1 enabled"));
+
+   // The peer's session goes: its state and its removal are written.
+   b.config()->enabledIs(false);
+   ASSERT_TRUE(s.runUntil([&] { return log->contains("Session: 2.2.2.2:0 removed"); }, 30.0));
+   EXPECT_TRUE(log->contains("LdpPeer: 2.2.2.2:0 removed"));
+}
