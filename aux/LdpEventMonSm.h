@@ -31,6 +31,7 @@ class LdpEventMonLog : public Vek::PtrInterface {
    U64 nextSeq() const { return nextSeq_; }
    void sinkIs(Sink s) { sink_ = std::move(s); }
    bool contains(std::string const& text) const;
+   void clear() { lines_.clear(); }
 
  private:
    std::size_t capacity_;
