@@ -111,10 +111,12 @@ TEST_F(RootTest, DefaultVrfRootAndDesiredInterfaces) {
    EXPECT_EQ("   Creating VRF ldpRoot", rootSm()->reason());
    // The machines come in the order of the wiring (others stand between).
    std::vector<std::string> wiring{
-      "ldpIndexSm", "ldpPamDesiredIntfSm", "ldpTargetServerSm", "ldpProtoConfigConsistencySm",
+      "lbtProducerSm", "lbtAdvertiseProducerSm", "ldpIndexSm", "ldpPamDesiredIntfSm", "ldpTargetServerSm", "ldpProtoConfigConsistencySm",
       "ldpPeerSessionManager", "ldpPeerConfigSm", "ldpAdjSmManager", "ldpAdjPeerManager",
       "ldpLinkConfigSm", "ldpLinkUdpPamSm", "ldpLinkSmManager", "ldpTargetConfigSm",
-      "ldpTargetSmManager", "ldpTargetServerConfigSm"};
+      "ldpTargetSmManager", "ldpTargetServerConfigSm", "ldpLinkReadySmManager",
+      "ldpP2mpFecStateSm", "p2mpFecStateCollSm", "ldpP2mpLfibGenSm", "ldpP2mpLabelBindingTableSm",
+      "ldpP2mpFecSessionLocalStateSm", "ldpP2mpFecSessionRemoteStateSm"};
    auto made = root->madeLog().begin();
    for (auto const& name : wiring) {
       made = std::find(made, root->madeLog().end(), name);
