@@ -220,6 +220,99 @@ TEST_F(Line, UnsolicitedIndependentLabelsGoEverywhereAndWithdrawsAreReleased) {
    EXPECT_EQ(local(b, "3.3.3.3/32"), peerLabel(a, 2, "3.3.3.3/32"));
 }
 
+// Downstream on demand: a Label Request goes to the next hop alone, the
+// mapping that answers it names the request, and a request for a FEC without
+// a route is answered with No Route and tried again later.
+TEST_F(Line, OnDemandRequestsMappingsAndNoRoute) {
+   for (AgentNode* n : {&a, &b, &c}) n->config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+   // a routes 5.5.5.5 through b, which has no route for it.
+   route(a, "5.5.5.5/32", "eth1", IpAddr(10, 0, 1, 2));
+   start();
+   ASSERT_TRUE(s.runUntil([&] { return allUp(); }, 60.0));
+   EXPECT_EQ(downstreamOnDemandAdvDspl_, session(a, 2)->operLabelAdvDspl());
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "3.3.3.3/32").isNull(); }, 10.0));
+   EXPECT_EQ(local(b, "3.3.3.3/32"), peerLabel(a, 2, "3.3.3.3/32"));
+   // a asked its next hop b; b answered naming the request, and asked no
+   // one upstream for it.
+   auto requests = wire(a, 2, LdpLabelRequest_);
+   Vek::Ptr<LdpMsgParser> req33;
+   for (auto const& m : requests)
+      if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("3.3.3.3/32")) req33 = m.parser;
+   ASSERT_TRUE(req33);
+   bool answered = false;
+   for (auto const& m : wire(b, 1, LdpLabelMapping_)) {
+      if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) != fec("3.3.3.3/32")) continue;
+      ASSERT_TRUE(m.parser->labelReqMsgIdTlv());
+      EXPECT_EQ(req33->msgId(), m.parser->labelReqMsgIdTlv()->msgId());
+      answered = true;
+   }
+   EXPECT_TRUE(answered);
+   for (auto const& m : wire(b, 1, LdpLabelRequest_))
+      EXPECT_NE(fec("3.3.3.3/32"), m.parser->ldpFecTlvParser()->fwdEqvCls(0));
+   EXPECT_FALSE(peerLabel(a, 2, "2.2.2.2/32").isNull());
+   // c's labels reach a only through b's own: a never heard from c.
+   EXPECT_TRUE(peerLabel(a, 3, "3.3.3.3/32").isNull());
+   // No Route for 5.5.5.5 at b, after its short delay; a tries again later.
+   ASSERT_TRUE(s.runUntil([&] { return notifications(b, 1, statusNoRoute_) >= 1; }, 5.0));
+   ASSERT_TRUE(fs(a, "5.5.5.5/32", 2));
+   EXPECT_TRUE(fs(a, "5.5.5.5/32", 2)->flagNoRouteNotification());
+   std::size_t tries = 0;
+   for (auto const& m : wire(a, 2, LdpLabelRequest_))
+      tries += m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("5.5.5.5/32");
+   EXPECT_EQ(1u, tries);
+   s.runFor(11.0);
+   tries = 0;
+   for (auto const& m : wire(a, 2, LdpLabelRequest_))
+      tries += m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("5.5.5.5/32");
+   EXPECT_EQ(2u, tries);
+   // b gets the route: the next try is answered with a mapping.
+   route(b, "5.5.5.5/32", "eth2", IpAddr(10, 0, 2, 3));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "5.5.5.5/32").isNull(); }, 15.0));
+   EXPECT_TRUE(allUp());
+}
+
+// Ordered control with loop detection around a ring of three LSRs whose
+// routes for a prefix point round the ring: the requests carry a growing
+// path vector, the LSR that finds itself on it answers Loop Detected, and no
+// label is ever bound for the prefix.
+TEST_F(Line, OrderedLoopDetectionFindsARing) {
+   s.link("c", "eth2", "10.0.3.3/24", "a", "eth2", "10.0.3.1/24");
+   for (AgentNode* n : {&a, &b, &c}) {
+      n->config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+      n->config()->ldpLabelDistCtrlIs(orderedDistCtrl_);
+      n->config()->ldpLoopDetectionIs(true);
+      featureIs(*n, LdpProtoParamSetting::lspRoles, true);
+   }
+   route(a, "9.9.9.9/32", "eth1", IpAddr(10, 0, 1, 2));
+   route(b, "9.9.9.9/32", "eth2", IpAddr(10, 0, 2, 3));
+   route(c, "9.9.9.9/32", "eth2", IpAddr(10, 0, 3, 1));
+   start();
+   ASSERT_TRUE(s.runUntil([&] { return allUp(); }, 60.0));
+   ASSERT_TRUE(s.runUntil(
+      [&] {
+         return notifications(a, 3, statusLoopDetected_) + notifications(b, 1, statusLoopDetected_) +
+                   notifications(c, 2, statusLoopDetected_) >
+                0;
+      },
+      10.0));
+   s.runFor(5.0);
+   // The requests carried the path so far.
+   bool grew = false;
+   for (auto const& m : wire(b, 3, LdpLabelRequest_))
+      if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("9.9.9.9/32") &&
+          m.parser->pathVectorTlv() && m.parser->pathVectorTlv()->lsrIdNum() >= 2)
+         grew = true;
+   EXPECT_TRUE(grew);
+   // Nothing was bound for the looping prefix, and ordered control still
+   // binds the loopbacks along the line.
+   std::size_t bound = 0;
+   for (auto [n, to] : {std::pair{&a, 2}, {&a, 3}, {&b, 1}, {&b, 3}, {&c, 1}, {&c, 2}})
+      for (auto const& m : wire(*n, U8(to), LdpLabelMapping_))
+         bound += m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("9.9.9.9/32");
+   EXPECT_EQ(0u, bound);
+   EXPECT_TRUE(allUp());
+}
+
 // What a peer may send in label messages gets the answer the protocol names,
 // and the session stays up: a Withdraw for a label never known is released, a
 // Release of a label never sent is ignored, a new label displaces the old one
