@@ -271,45 +271,37 @@ TEST_F(Line, OnDemandRequestsMappingsAndNoRoute) {
    EXPECT_TRUE(allUp());
 }
 
-// Ordered control with loop detection around a ring of three LSRs whose
-// routes for a prefix point round the ring: the requests carry a growing
-// path vector, the LSR that finds itself on it answers Loop Detected, and no
-// label is ever bound for the prefix.
+// Ordered control with loop detection around a ring of three LSRs: c's
+// loopback is mapped from c to b, from b to a (its upstream), and from a
+// round to c, each time with the path so far; c finds itself on the path,
+// answers Loop Detected, and takes no label from a for its own FEC.
 TEST_F(Line, OrderedLoopDetectionFindsARing) {
    s.link("c", "eth2", "10.0.3.3/24", "a", "eth2", "10.0.3.1/24");
    for (AgentNode* n : {&a, &b, &c}) {
-      n->config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
       n->config()->ldpLabelDistCtrlIs(orderedDistCtrl_);
       n->config()->ldpLoopDetectionIs(true);
-      featureIs(*n, LdpProtoParamSetting::lspRoles, true);
    }
-   route(a, "9.9.9.9/32", "eth1", IpAddr(10, 0, 1, 2));
-   route(b, "9.9.9.9/32", "eth2", IpAddr(10, 0, 2, 3));
-   route(c, "9.9.9.9/32", "eth2", IpAddr(10, 0, 3, 1));
    start();
-   ASSERT_TRUE(s.runUntil([&] { return allUp(); }, 60.0));
-   ASSERT_TRUE(s.runUntil(
-      [&] {
-         return notifications(a, 3, statusLoopDetected_) + notifications(b, 1, statusLoopDetected_) +
-                   notifications(c, 2, statusLoopDetected_) >
-                0;
-      },
-      10.0));
+   ASSERT_TRUE(s.runUntil([&] { return allUp() && labelReady(a, 3); }, 60.0));
+   ASSERT_TRUE(s.runUntil([&] { return notifications(c, 1, statusLoopDetected_) > 0; }, 10.0))
+      << "mappings a->c: " << wire(a, 3, LdpLabelMapping_).size();
+   // The mapping that came round carried the whole path and a hop count.
+   bool round = false;
+   for (auto const& m : wire(a, 3, LdpLabelMapping_)) {
+      if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) != fec("3.3.3.3/32")) continue;
+      ASSERT_TRUE(m.parser->pathVectorTlv() && m.parser->hopCountTlv());
+      EXPECT_EQ(3u, m.parser->pathVectorTlv()->lsrIdNum());
+      EXPECT_EQ(3u, m.parser->hopCountTlv()->hopCount());
+      round = true;
+   }
+   EXPECT_TRUE(round);
    s.runFor(5.0);
-   // The requests carried the path so far.
-   bool grew = false;
-   for (auto const& m : wire(b, 3, LdpLabelRequest_))
-      if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("9.9.9.9/32") &&
-          m.parser->pathVectorTlv() && m.parser->pathVectorTlv()->lsrIdNum() >= 2)
-         grew = true;
-   EXPECT_TRUE(grew);
-   // Nothing was bound for the looping prefix, and ordered control still
-   // binds the loopbacks along the line.
-   std::size_t bound = 0;
-   for (auto [n, to] : {std::pair{&a, 2}, {&a, 3}, {&b, 1}, {&b, 3}, {&c, 1}, {&c, 2}})
-      for (auto const& m : wire(*n, U8(to), LdpLabelMapping_))
-         bound += m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("9.9.9.9/32");
-   EXPECT_EQ(0u, bound);
+   // Nothing loops: c keeps no label from a for its own FEC, b sent none
+   // back to its next hop c, and a got b's.
+   EXPECT_TRUE(peerLabel(c, 1, "3.3.3.3/32").isNull());
+   for (auto const& m : wire(b, 3, LdpLabelMapping_))
+      EXPECT_NE(fec("3.3.3.3/32"), m.parser->ldpFecTlvParser()->fwdEqvCls(0));
+   EXPECT_EQ(local(b, "3.3.3.3/32"), peerLabel(a, 2, "3.3.3.3/32"));
    EXPECT_TRUE(allUp());
 }
 
