@@ -74,7 +74,14 @@ void LdpRootSm::handleInitialized() {
    in_.ldpAgentStatus->numStartupsInc(1);
 }
 
-void LdpRootSm::reservePhaseEnd() { labelAllocGlobalStatus_->stateIs(labelAllocReady_); }
+// A VRF's state that a restart preloaded and no root took on goes now.
+void LdpRootSm::reservePhaseEnd() {
+   labelAllocGlobalStatus_->stateIs(labelAllocReady_);
+   std::vector<L3::VrfName> orphans;
+   for (auto it = in_.ldpStatusColl->statusIter(); it; ++it)
+      if (!ldpRoot_.find(it.key())) orphans.push_back(it.key());
+   for (auto const& vrf : orphans) handleConfig(vrf);
+}
 
 void LdpRootSm::handleDelete() {
    initialized_ = false;
@@ -254,6 +261,9 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
 void LdpRootSm::handleVrfDelete(L3::VrfName const& vrf) {
    auto root = ldpRoot_.find(vrf);
    if (!root && !in_.ldpStatusColl->statusHas(vrf)) return;
+   // The labels a restart preloaded wait for the root that claims them until
+   // the reserve phase ends.
+   if (!root && labelAllocGlobalStatus_->state() != labelAllocReady_) return;
    LDP_HANDLER(th, "LdpRootSm::handleVrfDelete " << vrf);
    if (vrf == L3::defaultVrfName() && in_.teshEntityManager) {
       // The shared tables go before the root: its machines then end with the
