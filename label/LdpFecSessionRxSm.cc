@@ -52,6 +52,14 @@ void LdpFecSessionRxSm::handleRxLabelMsg(LdpFecSessionId const& id, Vek::Ptr<Ldp
       LDP_TRACE(th, 5, "   No FEC session for " << id);
       return;
    }
+   LdpMsgType type = parser->msgType();
+   if ((type == LdpLabelMapping_ || type == LdpLabelRequest_ || type == LdpLabelAbortReq_) &&
+       parser->ldpFecTlvParser() && parser->ldpFecTlvParser()->hasWildcard()) {
+      // The wildcard speaks of every FEC only in a Withdraw or a Release; a
+      // label bound to all FECs at once is not taken.
+      LDP_TRACE(th, 3, "   Wildcard FEC in " << ldpMsgTypeStr(type) << " ignored for " << id);
+      return;
+   }
    switch (parser->msgType()) {
    case LdpNotification_: handleRxNotificationMsg(id, *parser); break;
    case LdpLabelMapping_:
