@@ -261,6 +261,7 @@ void LdpRoot::handleInitialized() {
    fc.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
    fc.statistics = st->statistics();
    fc.scheduler = in_.scheduler;
+   fc.mplsAgentStatus = in_.mplsAgentStatus;
    ldpFecConfigSm_.is(LdpFecConfigSm::LdpFecConfigSmIs(instId(), fc));
    madeLog_.push_back("ldpFecConfigSm");
    LdpFecSmManager::Inputs fm;

@@ -22,6 +22,9 @@ LdpFecConfigSm::LdpFecConfigSm(U32 instId, Inputs const& in) : LdpSm(instId), in
    peerCollReactor_.init(this, in_.peerLabelBindingTableColl);
    ldpIdTableReactor_.init(this, in_.ldpIdIntfIpMappingTable);
    fecSessionReactor_.init(this, in_.ldpFecSessionStatusColl);
+   mplsAgentStatusReactor_.init(this, in_.mplsAgentStatus);
+   if (in_.mplsAgentStatus)
+      dsMappingSourceCollReactor_.init(this, in_.mplsAgentStatus->dsMappingSourceColl());
    handleInitialized();
 }
 
@@ -211,7 +214,25 @@ void LdpFecConfigSm::calcDownstreamLsrMappingAvail(Mpls::FwdEqvClass const& fec)
       for (auto it = cfg->downstreamLsrIter(); it && !avail; ++it)
          avail = cfg->mappedLsrHas(it.key());
    }
+   // A downstream mapping that another label source holds counts as well.
+   if (auto const* ds = dsMappingSourceCollReactor_.get()) {
+      auto const* e = ds->dsMappingSourceFind(fec);
+      if (e && e->sourceSize()) avail = true;
+   }
    cfg->downstreamLsrMappingAvailIs(avail);
+}
+
+// The FECs of the table that goes and of the one that comes are judged again.
+void LdpFecConfigSm::handleDsMappingSourceColl() {
+   if (!initialized_) return;
+   std::vector<Mpls::FwdEqvClass> fecs;
+   if (auto const* old = dsMappingSourceCollReactor_.get())
+      for (auto it = old->dsMappingSourceIter(); it; ++it) fecs.push_back(it.key());
+   auto now = in_.mplsAgentStatus->dsMappingSourceColl();
+   dsMappingSourceCollReactor_.assign(this, now);
+   if (now)
+      for (auto it = now->dsMappingSourceIter(); it; ++it) fecs.push_back(it.key());
+   for (auto const& f : fecs) calcDownstreamLsrMappingAvail(f);
 }
 
 void LdpFecConfigSm::handleLspRole() {

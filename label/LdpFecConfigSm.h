@@ -7,6 +7,7 @@
 #include "entities/LdpLabel.h"
 #include "entities/LdpSession.h"
 #include "entities/LdpSm.h"
+#include "entities/Platform.h"
 #include "runtime/hesk/Task.h"
 #include "runtime/vek/Reactor.h"
 
@@ -25,6 +26,8 @@ class LdpFecConfigSm : public LdpSm {
       Vek::Ptr<LdpFecSessionStatusColl const> ldpFecSessionStatusColl;
       Vek::Ptr<Statistics> statistics;
       Vek::Ptr<Hesk::TaskScheduler> scheduler;
+      // Downstream mappings of other label sources; none on a plain host.
+      Vek::Ptr<Mpls::Api::Status const> mplsAgentStatus;
    };
    static Vek::Ptr<LdpFecConfigSm> LdpFecConfigSmIs(U32 instId, Inputs const& in) {
       return Vek::makeSm<LdpFecConfigSm>(instId, in);
@@ -61,6 +64,13 @@ class LdpFecConfigSm : public LdpSm {
    }
    void handleFecSessionStatusPeerLabelSessionState(LdpFecSessionId const& id) {
       computeSessionMembership(id);
+   }
+   // Another label source's downstream mappings: the table replaced, or a
+   // FEC's entry or sources changed.
+   void handleDsMappingSourceColl();
+   void handleDsMappingSource(Mpls::FwdEqvClass const& fec) { calcDownstreamLsrMappingAvail(fec); }
+   void handleDsMappingSourceSource(Mpls::FwdEqvClass const& fec, Vek::String const&) {
+      calcDownstreamLsrMappingAvail(fec);
    }
    // The filter and the feature word.
    void handleFecFilter();
@@ -142,6 +152,8 @@ class LdpFecConfigSm : public LdpSm {
    Vek::ReactorColl<Mpls::RouterId, PeerTableReactor> peerTableReactor_;
    Vek::Input<LdpIdIntfIpMappingTable::Reactor<LdpFecConfigSm>> ldpIdTableReactor_;
    Vek::Input<LdpFecSessionStatusColl::Reactor<LdpFecConfigSm>> fecSessionReactor_;
+   Vek::Input<Mpls::Api::Status::Reactor<LdpFecConfigSm>> mplsAgentStatusReactor_;
+   Vek::Input<Mpls::Api::DsMappingSourceTable::Reactor<LdpFecConfigSm>> dsMappingSourceCollReactor_;
 };
 
 }  // namespace Ldp

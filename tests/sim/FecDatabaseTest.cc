@@ -243,3 +243,29 @@ TEST_F(FecDb, FilterEditsAreCoalescedIntoOneReevaluation) {
    s.runFor(2.0);
    EXPECT_EQ(Mpls::fecUnfiltered_, cfg("2.2.2.2/32")->fecFilteredState());
 }
+
+// A downstream mapping that another label source holds makes a remote FEC's
+// downstream mapping available, for as long as one source has it and the
+// table stands.
+TEST_F(FecDb, AnotherSourcesDownstreamMappingCounts) {
+   block(1000, 100);
+   route("2.2.2.2/32", "eth1", IpAddr(10, 0, 0, 2));
+   route("3.3.3.3/32", "eth1", IpAddr(10, 0, 0, 3));
+   s.runFor(0.5);
+   auto avail = [&](char const* p) { return cfg(p)->downstreamLsrMappingAvail(); };
+   ASSERT_FALSE(avail("2.2.2.2/32"));
+   auto table = mpls->dsMappingSourceCollIs("ds");
+   auto e = table->dsMappingSourceIs(fec("2.2.2.2/32"));
+   e.sourceIs("bgp", true);
+   EXPECT_TRUE(avail("2.2.2.2/32"));
+   EXPECT_FALSE(avail("3.3.3.3/32"));
+   e.sourceDel("bgp");
+   EXPECT_FALSE(avail("2.2.2.2/32"));
+   table->dsMappingSourceIs(fec("3.3.3.3/32")).sourceIs("static", true);
+   EXPECT_TRUE(avail("3.3.3.3/32"));
+   // The table gone: what it said no longer holds; a new one is heard.
+   mpls->dsMappingSourceCollDel();
+   EXPECT_FALSE(avail("3.3.3.3/32"));
+   mpls->dsMappingSourceCollIs("ds")->dsMappingSourceIs(fec("3.3.3.3/32")).sourceIs("bgp", true);
+   EXPECT_TRUE(avail("3.3.3.3/32"));
+}
