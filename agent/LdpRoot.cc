@@ -302,6 +302,7 @@ void LdpRoot::handleInitialized() {
    w.singletonCtrlSmConfig = singletonCtrlSmConfig_;
    w.statistics = st->statistics();
    w.scheduler = in_.scheduler;
+   w.numAllocatorStatus = in_.numAllocatorStatus;
    ldpFecSessionCtrlSm_.is(LdpFecSessionCtrlSm::LdpFecSessionCtrlSmIs(instId(), w));
    madeLog_.push_back("ldpFecSessionCtrlSm");
    ldpFecSessionMappingSm_.is(LdpFecSessionMappingSm::LdpFecSessionMappingSmIs(instId(), w));

@@ -1,8 +1,10 @@
 // Bytes per entry of the tables that grow with routes, FECs and sessions,
 // read from the allocator (what malloc holds, its own overhead included):
 // the host's copy of the routes, a FEC's configuration and status with one
-// via, a FEC on one session with a label each way, and a FEC's message pipe.
-// Each figure is the growth of the heap over N entries, divided by N.
+// via, a FEC on one session with a label each way (written by hand, and as
+// two agents' label workers leave it after a real exchange), and a FEC's
+// message pipe. Each figure is the growth of the heap over N entries,
+// divided by N.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -12,6 +14,8 @@
 #include "entities/LdpMsgPipe.h"
 #include "entities/LdpTesh.h"
 #include "host/KernelState.h"
+#include "runtime/vek/EventLog.h"
+#include "tests/harness/Scenario.h"
 
 using Vek::Ptr;
 
@@ -101,6 +105,96 @@ void FecSessionStatus(benchmark::State& state) {
    }
 }
 
+// LdpFecSessionStatus as the label workers leave it: two agents on the
+// simulated network exchange labels (downstream unsolicited, independent
+// control, liberal retention), and the entry of b's loopback FEC at a, with
+// a's label sent to b and b's label from b, message counts, ids and
+// acknowledged times, is written N times into a table of its own.
+void FecSessionStatusAfterExchange(benchmark::State& state) {
+   Vek::eventLogSinkIs(nullptr);
+   for (auto _ : state) {
+      LdpTest::Scenario sc;
+      auto& a = sc.agent("r1");
+      auto& b = sc.agent("r2");
+      sc.link("r1", "eth1", "10.0.0.1/24", "r2", "eth1", "10.0.0.2/24");
+      a.loopback("1.1.1.1");
+      b.loopback("2.2.2.2");
+      U32 fecId = 1;
+      auto route = [&](LdpTest::AgentNode& n, char const* p, char const* intf, Nolu::IpAddr hop,
+                       U8 type) {
+         auto fwd = n.store()->get<Tesh::Fib::ForwardingStatus>("forwarding/status");
+         auto routes = n.store()->get<Tesh::Fib::RouteStatus>("routing/status");
+         fwd->fecIs(fecId)->viaIs(Ldp::Via(Nolu::IpGenAddr(hop), Nolu::IntfId(intf)), true);
+         auto r = routes->routeIs(*Nolu::Prefix::fromString(p));
+         r->routeTypeIs(type);
+         r->fecIdIs(fecId++);
+      };
+      for (auto* n : {&a, &b}) {
+         auto bl = n->store()->get<Mpls::Api::Status>("mpls/status")->labelBlockAllocationIs("ldp");
+         bl->baseIs(n == &a ? 1000 : 2000);
+         bl->sizeIs(100);
+      }
+      route(a, "1.1.1.1/32", "lo", Nolu::IpAddr(), 1);
+      route(a, "2.2.2.2/32", "eth1", Nolu::IpAddr(10, 0, 0, 2), 2);
+      route(b, "2.2.2.2/32", "lo", Nolu::IpAddr(), 1);
+      route(b, "1.1.1.1/32", "eth1", Nolu::IpAddr(10, 0, 0, 1), 2);
+      a.ldp();
+      b.ldp();
+      Ldp::LdpFecSessionId id(Mpls::FwdEqvClass(*Nolu::Prefix::fromString("2.2.2.2/32")),
+                              Ldp::LdpSessionId(Ldp::LdpIdentifier(Nolu::IpAddr(2, 2, 2, 2), 0)));
+      auto entry = [&]() -> Ldp::LdpFecSessionStatus const* {
+         auto* st = a.status();
+         return st ? st->ldpFecSessionStatusColl()->fecSessionStatusFind(id) : nullptr;
+      };
+      bool labelled = sc.runUntil(
+         [&] {
+            auto const* e = entry();
+            return e && e->localLabelStateSize() == 1 && e->peerLabelStateSize() == 1;
+         },
+         60.0);
+      if (!labelled) {
+         state.SkipWithError("no label each way");
+         return;
+      }
+      sc.runFor(3.0);
+      Ldp::LdpFecSessionStatus const& e = *entry();
+      Ptr<Ldp::LdpFecSessionStatusColl> coll(new Ldp::LdpFecSessionStatusColl("lfssc"));
+      std::size_t before = heapBytes();
+      for (U32 i = 0; i < kEntries; ++i) {
+         auto s = coll->fecSessionStatusIs(Ldp::LdpFecSessionId(fecOf(i), id.sessionId()));
+         s->localLabelSessionStateIs(e.localLabelSessionState());
+         s->peerLabelSessionStateIs(e.peerLabelSessionState());
+         s->attributeVersionAckedIs(e.attributeVersionAcked());
+         s->isNexthopLsrIs(e.isNexthopLsr());
+         s->localLabelActivelyReleasedIs(e.localLabelActivelyReleased());
+         s->flagNoRouteNotificationIs(e.flagNoRouteNotification());
+         // Labels of their own per entry, as a table of many FECs holds.
+         for (auto it = e.localLabelStateIter(); it; ++it)
+            s->localLabelStateIs(Nolu::MplsLabel(100000 + i), it.value());
+         for (auto it = e.peerLabelStateIter(); it; ++it)
+            s->peerLabelStateIs(Nolu::MplsLabel(200000 + i), it.value());
+         for (auto it = e.ldpMsgRxIter(); it; ++it) s->ldpMsgRxIs(it.key(), it.value());
+         for (auto it = e.ldpMsgTxIter(); it; ++it) s->ldpMsgTxIs(it.key(), it.value());
+         s->peerLabelRequestMsgIdIs(e.peerLabelRequestMsgId());
+         s->peerLabelRequestMsgIdAckedIs(e.peerLabelRequestMsgIdAcked());
+         s->peerNoLabelResourceCountIs(e.peerNoLabelResourceCount());
+         s->localLabelRequestMsgIdIs(e.localLabelRequestMsgId());
+         s->localLabelRequestMsgIdAckedIs(e.localLabelRequestMsgIdAcked());
+         s->localLabelReleaseMsgIdIs(e.localLabelReleaseMsgId());
+         s->labelXsessionMappingSmNotiTimeAckedIs(e.labelXsessionMappingSmNotiTimeAcked());
+         s->labelXsessionRequestSmNotiTimeAckedIs(e.labelXsessionRequestSmNotiTimeAcked());
+         for (auto it = e.msgIdReqMsgIter(); it; ++it) s->msgIdReqMsgIs(it.key(), it.value());
+         for (auto it = e.withdrawLabelIter(); it; ++it) s->withdrawLabelIs(it.key(), it.value());
+      }
+      report(state, before, heapBytes(), 64);
+      state.counters["extra_part"] =
+         e.peerLabelRequestMsgId() || e.localLabelRequestMsgId() ||
+         e.labelXsessionMappingSmNotiTimeAcked() != 0.0 ||
+         e.labelXsessionRequestSmNotiTimeAcked() != 0.0;
+      state.counters["msg_types"] = double(e.ldpMsgRxSize() + e.ldpMsgTxSize());
+   }
+}
+
 // A FEC's message pipe before any message for the FEC has arrived.
 void FecMsgPipe(benchmark::State& state) {
    for (auto _ : state) {
@@ -156,6 +250,7 @@ void LabelTablesPerFec(benchmark::State& state) {
 BENCHMARK(HostRoutes)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecConfigAndStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecSessionStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(FecSessionStatusAfterExchange)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecMsgPipe)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(LabelTablesPerFec)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

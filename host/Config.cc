@@ -286,6 +286,16 @@ class Parser {
             l.loopDetection = !no;
          return true;
       }
+      if (k == "hop-count-max") {
+         if (n != (no ? 1u : 2u) && !(no && n == 2)) {
+            expect("hop-count-max COUNT");
+            return true;
+         }
+         U32 v = defaults.hopCountMax;
+         if (!no && !number(ws[1], 1, 255, &v, "the hop count limit")) return true;
+         l.hopCountMax = U8(v);
+         return true;
+      }
       if (k == "fec") {
          if (n >= 2 && ws[1] == "filter" && no && n <= 4) {
             l.fecFilterPrefixList.clear();
@@ -679,6 +689,8 @@ std::string renderConfig(HostConfig const& cfg) {
       if (l.labelRetention == Ldp::conservativeRetention_)
          os << "   label retention conservative\n";
       if (l.loopDetection) os << "   loop-detection\n";
+      if (l.hopCountMax != ld.hopCountMax)
+         os << "   hop-count-max " << unsigned(l.hopCountMax) << "\n";
       for (auto const& [p, label] : l.staticBindings)
          os << "   label binding " << p << " local "
             << (label == 3 ? std::string("implicit-null") : std::to_string(label)) << "\n";

@@ -34,6 +34,9 @@ struct LdpVrfConfig {
    Ldp::LdpLabelAdvDspl labelAdvDspl = Ldp::unsolicitedAdvDspl_;
    Ldp::LdpLabelRetention labelRetention = Ldp::liberalRetention_;
    bool loopDetection = false;
+   // "hop-count-max N": the largest Hop Count accepted before a Label Mapping
+   // or Request counts as looping.
+   U8 hopCountMax = 255;
    std::string fecFilterPrefixList;
    // "label binding PREFIX local N": a configured local label per IPv4 prefix.
    std::map<Nolu::Prefix, U32> staticBindings;

@@ -62,6 +62,7 @@ void ConfigApplier::applyLdp(std::string const& vrf, LdpVrfConfig const& l) {
    c->ldpLabelAdvDsplIs(l.labelAdvDspl);
    c->ldpLabelRetentionIs(l.labelRetention);
    c->ldpLoopDetectionIs(l.loopDetection);
+   c->ldpHopCountMaxIs(l.hopCountMax);
    c->fecFilterPrefixListNameIs(l.fecFilterPrefixList);
    Ldp::LdpProtoParamSetting feature = c->ldpProtoParamSetting();
    feature.flagIs(Ldp::LdpProtoParamSetting::shortPrefixFecs, l.allPrefixes);

@@ -276,6 +276,7 @@ Node protocol(ShowContext const& ctx, std::string const& only) {
       v.set("labelAdvertisement", advName(pc->ldpLabelAdvDspl()));
       v.set("labelRetention", retentionName(pc->ldpLabelRetention()));
       v.set("loopDetection", pc->ldpLoopDetection());
+      v.set("hopCountMax", U16(pc->ldpHopCountMax()));
       v.set("passwordSet", !pc->md5Password().empty());
       v.set("keepAliveTime", U16(pc->keepAliveTime()));
       if (cfg) {

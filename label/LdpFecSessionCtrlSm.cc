@@ -18,6 +18,7 @@ LdpFecSessionCtrlSm::LdpFecSessionCtrlSm(U32 instId, Inputs const& in) : LdpSm(i
    fecSessionReactor_.init(this, in_.ldpFecSessionStatusColl);
    sessionReactor_.init(this, in_.ldpSessionStatusColl);
    singletonReactor_.init(this, in_.singletonCtrlSmConfig);
+   if (in_.numAllocatorStatus) allocatorStatusReactor_.init(this, in_.numAllocatorStatus);
    handleInitialized();
 }
 
@@ -62,6 +63,17 @@ bool LdpFecSessionCtrlSm::computeNotiNoRouteMessage(LdpFecSessionId const& id) c
    return cfg->viaSize() == 0 && localBit(*s, LocalBit::labelRequested);
 }
 
+// A routed FEC that the exhausted label range left without a label cannot
+// answer the peer's request.
+bool LdpFecSessionCtrlSm::computeNotiNoLabelResourcesMessage(LdpFecSessionId const& id) const {
+   if (!in_.numAllocatorStatus || !in_.numAllocatorStatus->rangeExhausted()) return false;
+   auto const* cfg = in_.ldpFecConfigColl->fecConfigFind(id.fec());
+   auto const* s = in_.ldpFecSessionStatusColl->fecSessionStatusFind(id);
+   if (!cfg || !s) return false;
+   return cfg->viaSize() != 0 && cfg->mplsLabelSize() == 0 &&
+          localBit(*s, LocalBit::labelRequested);
+}
+
 void LdpFecSessionCtrlSm::queueNoRoute(LdpFecSessionId const& id) {
    Vek::Seconds due = Vek::System::currentTime() + delayRespNoRoute_;
    if (double* d = notiNoRouteWorkQueue_.find(id)) *d = due;
@@ -72,8 +84,8 @@ void LdpFecSessionCtrlSm::queueNoRoute(LdpFecSessionId const& id) {
 void LdpFecSessionCtrlSm::handleSingletonCtrlSmNotify(LdpFecSessionId const& id) {
    if (!initialized_) return;
    if (!in_.ldpFecSessionStatusColl->fecSessionStatusHas(id)) return;
-   // The short delay lets a route that is on its way arrive first.
-   if (computeNotiNoRouteMessage(id)) queueNoRoute(id);
+   // The short delay lets a route or a label that is on its way arrive first.
+   if (computeNotiNoRouteMessage(id) || computeNotiNoLabelResourcesMessage(id)) queueNoRoute(id);
 }
 
 void LdpFecSessionCtrlSm::handleTimerNotiNoRouteTask() {
@@ -95,9 +107,25 @@ void LdpFecSessionCtrlSm::handleTimerNotiNoRouteTask() {
 }
 
 void LdpFecSessionCtrlSm::processNotiNoRoute(LdpFecSessionId const& id) {
-   if (!computeNotiNoRouteMessage(id)) return;
+   LdpStatusCode code;
+   if (computeNotiNoRouteMessage(id)) code = statusNoRoute_;
+   else if (computeNotiNoLabelResourcesMessage(id)) code = statusNoLabelResources_;
+   else return;
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id.sessionId());
    if (!ss || ss->sessionState() != stateOperational_) return;
+   sendNotification(id, code);
+   if (code == statusNoLabelResources_) {
+      noLabelResourcesSent_.emplace(id.sessionId(), true);
+      reason_ = "No Label Resources Notification Msg sent";
+   } else {
+      reason_ = "No Route Notification Msg sent";
+   }
+   LDP_TRACE(th, 5, "   " << reason_ << " " << id);
+   wakeMappingSm(in_, id);
+}
+
+// Answers the peer's pending request with a Notification, which settles it.
+void LdpFecSessionCtrlSm::sendNotification(LdpFecSessionId const& id, LdpStatusCode code) {
    U32 reqId = 0;
    {
       auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
@@ -105,17 +133,34 @@ void LdpFecSessionCtrlSm::processNotiNoRoute(LdpFecSessionId const& id) {
       s->peerLabelRequestMsgIdAckedIs(reqId);
       ldpMsgTxInc(s, LdpNotification_);
    }
-   auto pkt = genLdpNotificationMsg(in_.statistics.ptr(), statusNoRoute_, LdpLabelRequest_, reqId);
+   auto pkt = genLdpNotificationMsg(in_.statistics.ptr(), code, LdpLabelRequest_, reqId);
    fecSessionSend(in_, id.sessionId(), pkt);
-   reason_ = "No Route Notification Msg sent";
-   LDP_TRACE(th, 5, "   " << reason_ << " " << id);
-   wakeMappingSm(in_, id);
+}
+
+// Labels are free again: the peers told No Label Resources hear Label
+// Resources Available, so that they ask again.
+void LdpFecSessionCtrlSm::handleRangeExhausted() {
+   if (!initialized_ || in_.numAllocatorStatus->rangeExhausted()) return;
+   std::vector<LdpSessionId> told;
+   for (auto it = noLabelResourcesSent_.begin(); it; ++it) told.push_back(it.key());
+   noLabelResourcesSent_.clear();
+   for (auto const& sid : told) {
+      auto ss = in_.ldpSessionStatusColl->sessionStatus(sid);
+      if (!ss || ss->sessionState() != stateOperational_) continue;
+      auto pkt = genLdpNotificationMsg(in_.statistics.ptr(), statusLabelResourcesAvailable_,
+                                       LdpMsgTypeNone_, 0);
+      fecSessionSend(in_, sid, pkt);
+      LDP_TRACE(th, 5, "   Label Resources Available Notification Msg sent " << sid);
+   }
 }
 
 void LdpFecSessionCtrlSm::handleSessionStatus(LdpSessionId const& id) {
    if (!initialized_) return;
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id);
-   if (!ss) return;
+   if (!ss) {
+      noLabelResourcesSent_.erase(id);
+      return;
+   }
    if (ss->sessionState() == stateOperational_) {
       for (auto const& fsid : fecSessionsOfSession(in_, id)) {
          handleFecSessionDsLsr(fsid);
@@ -124,6 +169,7 @@ void LdpFecSessionCtrlSm::handleSessionStatus(LdpSessionId const& id) {
          queueNoRoute(fsid);
       }
    } else if (ss->sessionState() == stateClosed_) {
+      noLabelResourcesSent_.erase(id);
       for (auto const& fsid : fecSessionsOfSession(in_, id)) {
          notiNoRouteWorkQueue_.erase(fsid);
          auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(fsid);

@@ -1,8 +1,10 @@
 #pragma once
 // Three jobs for every FEC session: whether the session's peer is a next hop
 // of the FEC (isNexthopLsr), the No Route answer to a peer's Label Request for
-// a FEC without a route, and the records of sent requests by message id, so
-// that the peer's Notification about one finds its FEC.
+// a FEC without a route (No Label Resources for a routed FEC left without a
+// label by an exhausted label range, and Label Resources Available to those
+// peers once labels are free again), and the records of sent requests by
+// message id, so that the peer's Notification about one finds its FEC.
 #include "label/LdpFecSessionWorker.h"
 
 namespace Ldp {
@@ -38,6 +40,8 @@ class LdpFecSessionCtrlSm : public LdpSm {
 
    void handleFecSessionDsLsr(LdpFecSessionId const& id);
    bool computeNotiNoRouteMessage(LdpFecSessionId const& id) const;
+   bool computeNotiNoLabelResourcesMessage(LdpFecSessionId const& id) const;
+   void handleRangeExhausted();
    void processNotiNoRoute(LdpFecSessionId const& id);
 
    std::string const& reason() const { return reason_; }
@@ -45,12 +49,16 @@ class LdpFecSessionCtrlSm : public LdpSm {
 
  private:
    void queueNoRoute(LdpFecSessionId const& id);
+   void sendNotification(LdpFecSessionId const& id, LdpStatusCode code);
 
    Inputs in_;
    std::string reason_;
    Vek::HashMap<LdpFecSessionId, double> notiNoRouteWorkQueue_;
    Vek::Seconds delayRespNoRoute_ = 0.2;
    Vek::Ptr<Hesk::TimerTask> timerNotiNoRouteTask_;
+   // The sessions told No Label Resources, owed Label Resources Available.
+   Vek::HashMap<LdpSessionId, bool> noLabelResourcesSent_;
+   Vek::Input<Hesk::NumAllocatorStatus::Reactor<LdpFecSessionCtrlSm>> allocatorStatusReactor_;
    Vek::Input<LdpFecConfigColl::Reactor<LdpFecSessionCtrlSm>> fecConfigReactor_;
    Vek::Input<LdpFecSessionStatusColl::Reactor<LdpFecSessionCtrlSm>> fecSessionReactor_;
    Vek::Input<SessionStatusCollWatch<LdpFecSessionCtrlSm>> sessionReactor_;

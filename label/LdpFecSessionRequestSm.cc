@@ -102,6 +102,7 @@ void LdpFecSessionRequestSm::handleSessionStatus(LdpSessionId const& id) {
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id);
    std::vector<LdpFecSessionId> ids = fecSessionsOfSession(in_, id);
    if (!ss || ss->sessionState() >= stateClosed_) {
+      noResourcesSessions_.erase(id);
       for (auto const& fsid : ids) {
          peerLabelWorkQueue_.erase(fsid);
          peerNoRouteWorkQueue_.erase(fsid);
@@ -112,6 +113,9 @@ void LdpFecSessionRequestSm::handleSessionStatus(LdpSessionId const& id) {
       }
       return;
    }
+   // Label Resources Available lifts the peer's block.
+   if (U32 const* at = noResourcesSessions_.find(id); at && *at != ss->peerLabelRescAvailableCount())
+      noResourcesSessions_.erase(id);
    for (auto const& fsid : ids) {
       if (auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(fsid))
          s->peerNoLabelResourceCountIs(ss->peerLabelRescAvailableCount());
@@ -121,7 +125,12 @@ void LdpFecSessionRequestSm::handleSessionStatus(LdpSessionId const& id) {
 
 void LdpFecSessionRequestSm::handleFecSessionStatus(LdpFecSessionId const& id) {
    if (!initialized_) return;
-   if (in_.ldpFecSessionStatusColl->fecSessionStatusHas(id)) {
+   if (auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id)) {
+      // A FEC session made after the peer's Label Resources Available starts
+      // even with it; a block of the peer still holds through the session.
+      auto ss = in_.ldpSessionStatusColl->sessionStatus(id.sessionId());
+      if (ss) s->peerNoLabelResourceCountIs(ss->peerLabelRescAvailableCount());
+      s = {};
       queue(id);
    } else {
       peerLabelWorkQueue_.erase(id);
@@ -194,8 +203,12 @@ void LdpFecSessionRequestSm::computePeerLabelState(LdpFecSessionId const& id) {
       if (it.value() == withdrawRcvd_) v |= PeerBit::withdrawn | PeerBit::toRelease;
       if (it.value() == peerLabelUnused_) v |= PeerBit::toRelease;
    }
-   if (s->peerNoLabelResourceCount() != ss->peerLabelRescAvailableCount())
+   if (s->peerNoLabelResourceCount() != ss->peerLabelRescAvailableCount()) {
       v |= PeerBit::noResources;
+      // No Label Resources holds for the whole peer, not this FEC alone.
+      if (!noResourcesSessions_.contains(id.sessionId()))
+         noResourcesSessions_.emplace(id.sessionId(), ss->peerLabelRescAvailableCount());
+   }
    if (v & (PeerBit::requestOutstanding | PeerBit::labelReceived | PeerBit::toRelease))
       v |= PeerBit::active;
    U32 old = U32(s->peerLabelSessionState());
@@ -258,7 +271,7 @@ bool LdpFecSessionRequestSm::computeRequestMsgSendReady(LdpFecSessionId const& i
       reason_ = "Session is not ready to exchange labels";
    } else if (s->flagNoRouteNotification()) {
       reason_ = "No Route notification received";
-   } else if (peerBit(*s, PeerBit::noResources)) {
+   } else if (peerBit(*s, PeerBit::noResources) || sessionBlocked(ss.ptr())) {
       reason_ = "No Label Resource Notification received";
    } else {
       RequestReadyInputs in;
@@ -274,6 +287,11 @@ bool LdpFecSessionRequestSm::computeRequestMsgSendReady(LdpFecSessionId const& i
    }
    LDP_TRACE(th, 8, "   RequestMsg ready: " << reason_ << " " << id);
    return ready;
+}
+
+bool LdpFecSessionRequestSm::sessionBlocked(LdpSessionStatus const* ss) const {
+   U32 const* at = noResourcesSessions_.find(ss->sessionId());
+   return at && *at == ss->peerLabelRescAvailableCount();
 }
 
 bool LdpFecSessionRequestSm::computeAbortReqMsgSendReady(LdpFecSessionId const& id) {

@@ -86,6 +86,10 @@ class LdpFecSessionRequestSm : public LdpSm {
    Vek::HashMap<LdpFecSessionId, double> peerNoRouteWorkQueue_;
    Vek::Ptr<Hesk::TimerTask> peerNoRouteTimerTask_;
    Vek::Seconds peerNoRouteTimerDelay_ = 10.0;
+   // Sessions whose peer answered No Label Resources, with its count of
+   // Label Resources Available then: no request goes to them until it grows.
+   Vek::HashMap<LdpSessionId, U32> noResourcesSessions_;
+   bool sessionBlocked(LdpSessionStatus const* ss) const;
    bool reentrantFlag_ = false;
    Vek::Input<LdpFecConfigColl::Reactor<LdpFecSessionRequestSm>> fecConfigReactor_;
    Vek::Input<LdpFecStatusColl::Reactor<LdpFecSessionRequestSm>> fecStatusReactor_;

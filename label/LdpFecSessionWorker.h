@@ -7,6 +7,7 @@
 #include "entities/LdpMsgPipe.h"
 #include "entities/LdpSession.h"
 #include "entities/LdpSm.h"
+#include "runtime/hesk/NumAllocator.h"
 #include "runtime/hesk/Task.h"
 #include "runtime/vek/Reactor.h"
 
@@ -27,6 +28,9 @@ struct LdpFecSessionWorkerInputs {
    Vek::Ptr<LdpFecSessionCtrlSmConfig> singletonCtrlSmConfig;
    Vek::Ptr<Statistics> statistics;
    Vek::Ptr<Hesk::TaskScheduler> scheduler;
+   // The label allocator's status, whose exhaustion turns a peer's request
+   // into No Label Resources; absent where nothing allocates labels.
+   Vek::Ptr<Hesk::NumAllocatorStatus const> numAllocatorStatus;
 };
 
 // Bits of localLabelSessionState.

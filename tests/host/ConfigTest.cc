@@ -41,6 +41,7 @@ mpls ldp
    label advertisement on-demand
    label retention conservative
    loop-detection
+   hop-count-max 32
    fec filter prefix-list loopbacks
    link-ready delay 2.5
    link-ready timeout 30
@@ -83,6 +84,7 @@ TEST(HostConfig, StatementsMapOntoTheModel) {
    EXPECT_EQ(Ldp::downstreamOnDemandAdvDspl_, l.labelAdvDspl);
    EXPECT_EQ(Ldp::conservativeRetention_, l.labelRetention);
    EXPECT_TRUE(l.loopDetection);
+   EXPECT_EQ(32, l.hopCountMax);
    EXPECT_EQ("loopbacks", l.fecFilterPrefixList);
    EXPECT_EQ(2.5, l.linkReadyDelay);
    EXPECT_EQ(30.0, l.linkReadyTimeout);
@@ -99,8 +101,10 @@ TEST(HostConfig, StatementsMapOntoTheModel) {
    ASSERT_TRUE(
       parseConfig("mpls ldp\n no neighbor 2.2.2.2\n no discovery hello hold-time\n"
                   " no discovery hello interval\n no label distribution\n"
-                  " no password\n no fec filter\nno ip prefix-list loopbacks\n",
+                  " no password\n no fec filter\nno ip prefix-list loopbacks\n"
+                  "mpls ldp\n no hop-count-max 32\n",
                   c, e));
+   EXPECT_EQ(255, c.ldp.at("default").hopCountMax);
    EXPECT_TRUE(c.ldp.at("default").targetedNeighbors.empty());
    EXPECT_EQ(15, c.ldp.at("default").helloHoldTime);
    EXPECT_EQ(Ldp::independentDistCtrl_, c.ldp.at("default").labelDistCtrl);
@@ -141,11 +145,18 @@ TEST(HostConfig, BadInputNamesTheLineAndChangesNothing) {
       "ip prefix-list x seq 5 allow 1.0.0.0/8\n"    // 9
       "ip prefix-list x seq 5 permit 1.0.0.0/33\n"  // 10
       "mpls label range 1048000 1000\n"             // 11
-      "frobnicate\n",                               // 12
+      "frobnicate\n"                                // 12
+      "mpls ldp\n hop-count-max 0\n"                // 14
+      " hop-count-max 256\n"                        // 15
+      " hop-count-max\n"                            // 16
+      " no hop-count-max 1 2\n",                    // 17
       &c);
    std::vector<unsigned> lines;
    for (auto const& x : errs) lines.push_back(x.line);
-   EXPECT_EQ((std::vector<unsigned>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}), lines);
+   EXPECT_EQ((std::vector<unsigned>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 17}), lines);
+   ASSERT_EQ(15u, errs.size());
+   EXPECT_NE(std::string::npos, errs[11].message.find("from 1 to 255"));
+   EXPECT_NE(std::string::npos, errs[12].message.find("from 1 to 255"));
    EXPECT_NE(std::string::npos, errs[0].message.find("not an IPv4 address"));
    EXPECT_NE(std::string::npos, errs[1].message.find("from 1 to 65535"));
    EXPECT_EQ(before, c);
@@ -305,6 +316,16 @@ TEST_F(AgentWithConfig, AppliedConfigurationRunsAndChangesLive) {
    EXPECT_EQ(3u, errs[0].line);
    EXPECT_EQ(before, watch->changes);
    EXPECT_FALSE(pc()->staticTargetHas(Nolu::IpGenAddr(IpAddr(4, 4, 4, 4))));
+
+   // The hop count limit reaches the protocol configuration live, its "no"
+   // form gives the default back, and a limit out of range is refused.
+   EXPECT_EQ(255, pc()->ldpHopCountMax());
+   ASSERT_TRUE(apply("mpls ldp\n hop-count-max 12\n", false).empty());
+   EXPECT_EQ(12, pc()->ldpHopCountMax());
+   EXPECT_EQ(1u, apply("mpls ldp\n hop-count-max 300\n", false).size());
+   EXPECT_EQ(12, pc()->ldpHopCountMax());
+   ASSERT_TRUE(apply("mpls ldp\n no hop-count-max\n", false).empty());
+   EXPECT_EQ(255, pc()->ldpHopCountMax());
 
    // Forcing a new router id after a higher loopback came up moves it.
    link(4, "dummy0", kUp, "dummy");

@@ -326,3 +326,184 @@ TEST_F(Line, LoopDetectionOnALineFindsNoLoop) {
    EXPECT_TRUE(withHopCount);
    EXPECT_TRUE(allUp());
 }
+
+// Downstream on demand, the next hop moves while a request is unanswered: b
+// (ordered) cannot answer a's request for 6.6.6.6 while c has no route; a's
+// route moves to c, so a aborts its request at b, which answers Label Request
+// Aborted and never maps the FEC to a, and a asks c instead. A request that
+// was answered is not aborted when the next hop moves again.
+TEST_F(Line, OnDemandNextHopMoveAbortsTheUnansweredRequest) {
+   s.link("c", "eth2", "10.0.3.3/24", "a", "eth2", "10.0.3.1/24");
+   for (AgentNode* n : {&a, &b, &c}) n->config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+   b.config()->ldpLabelDistCtrlIs(orderedDistCtrl_);
+   route(a, "6.6.6.6/32", "eth1", IpAddr(10, 0, 1, 2));
+   route(b, "6.6.6.6/32", "eth2", IpAddr(10, 0, 2, 3));
+   start();
+   ASSERT_TRUE(s.runUntil([&] { return allUp() && labelReady(a, 3); }, 60.0));
+   ASSERT_TRUE(s.runUntil([&] { return notifications(c, 2, statusNoRoute_) >= 1; }, 10.0));
+   s.runFor(0.5);
+   auto const* up = fs(a, "6.6.6.6/32", 2);
+   auto const* down = fs(b, "6.6.6.6/32", 1);
+   ASSERT_TRUE(up && down);
+   U32 reqId = up->localLabelRequestMsgId();
+   ASSERT_NE(0u, reqId);
+   EXPECT_TRUE(U32(up->peerLabelSessionState()) & 0x1);
+   EXPECT_EQ(reqId, down->peerLabelRequestMsgId());
+   EXPECT_TRUE(U32(down->localLabelSessionState()) & 0x1);
+
+   // c learns the FEC and a's route moves to c, while b is still held back
+   // by c's No Route.
+   route(c, "6.6.6.6/32", "lo", IpAddr(), 1);
+   route(a, "6.6.6.6/32", "eth2", IpAddr(10, 0, 3, 3));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 3, "6.6.6.6/32").isNull(); }, 5.0));
+   auto aborts = wire(a, 2, LdpLabelAbortReq_);
+   ASSERT_EQ(1u, aborts.size());
+   EXPECT_EQ(fec("6.6.6.6/32"), aborts[0].parser->ldpFecTlvParser()->fwdEqvCls(0));
+   ASSERT_TRUE(aborts[0].parser->labelReqMsgIdTlv());
+   EXPECT_EQ(reqId, aborts[0].parser->labelReqMsgIdTlv()->msgId());
+   bool askedC = false;
+   for (auto const& m : wire(a, 3, LdpLabelRequest_))
+      askedC = askedC || m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("6.6.6.6/32");
+   EXPECT_TRUE(askedC);
+   s.runFor(0.5);
+   std::size_t aborted = 0;
+   for (auto const& m : wire(b, 1, LdpNotification_)) {
+      auto const* st = m.parser->statusTlv();
+      if (!st || st->statusData() != statusLabelRequestAborted_) continue;
+      ++aborted;
+      EXPECT_EQ(LdpLabelAbortReq_, st->msgType());
+      EXPECT_EQ(aborts[0].parser->msgId(), st->msgId());
+   }
+   EXPECT_EQ(1u, aborted);
+   // The FEC sessions afterwards: nothing outstanding either way.
+   up = fs(a, "6.6.6.6/32", 2);
+   down = fs(b, "6.6.6.6/32", 1);
+   ASSERT_TRUE(up && down);
+   EXPECT_EQ(0u, up->localLabelRequestMsgId());
+   EXPECT_FALSE(U32(up->peerLabelSessionState()) & 0x1);
+   EXPECT_EQ(down->peerLabelRequestMsgId(), down->peerLabelRequestMsgIdAcked());
+   EXPECT_FALSE(U32(down->localLabelSessionState()) & 0x1);
+   EXPECT_TRUE(fs(a, "6.6.6.6/32", 3)->isNexthopLsr());
+   EXPECT_FALSE(up->isNexthopLsr());
+
+   // b retries c after the No Route pause and gets its label, but the
+   // aborted request is not answered.
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(b, 3, "6.6.6.6/32").isNull(); }, 15.0));
+   s.runFor(1.0);
+   for (auto const& m : wire(b, 1, LdpLabelMapping_))
+      EXPECT_NE(fec("6.6.6.6/32"), m.parser->ldpFecTlvParser()->fwdEqvCls(0));
+
+   // Back to b: a fresh request, answered; moving away again aborts nothing.
+   route(a, "6.6.6.6/32", "eth1", IpAddr(10, 0, 1, 2));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "6.6.6.6/32").isNull(); }, 5.0));
+   EXPECT_EQ(local(b, "6.6.6.6/32"), peerLabel(a, 2, "6.6.6.6/32"));
+   route(a, "6.6.6.6/32", "eth2", IpAddr(10, 0, 3, 3));
+   s.runFor(2.0);
+   EXPECT_EQ(1u, wire(a, 2, LdpLabelAbortReq_).size());
+   EXPECT_EQ(1u, notifications(b, 1, statusLabelRequestAborted_));
+   EXPECT_TRUE(allUp());
+}
+
+// Downstream on demand with b's label block used up: a's request for a FEC
+// that b routes but cannot label is answered No Label Resources, a asks b for
+// nothing more, and once b's block grows b says Label Resources Available
+// and a's requests go out and are answered.
+TEST_F(Line, OnDemandNoLabelResourcesBlockRequestsUntilResourcesAvailable) {
+   for (AgentNode* n : {&a, &b, &c}) n->config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+   // Two labels: b's FECs 1.1.1.1 and 3.3.3.3 take them.
+   b.store()->get<Mpls::Api::Status>("mpls/status")->labelBlockAllocation("ldp")->sizeIs(2);
+   start();
+   ASSERT_TRUE(s.runUntil([&] { return allUp(); }, 60.0));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "3.3.3.3/32").isNull(); }, 10.0));
+   route(b, "7.7.7.7/32", "eth2", IpAddr(10, 0, 2, 3));
+   route(c, "7.7.7.7/32", "lo", IpAddr(), 1);
+   s.runFor(1.0);
+   EXPECT_TRUE(local(b, "7.7.7.7/32").isNull());
+   route(a, "7.7.7.7/32", "eth1", IpAddr(10, 0, 1, 2));
+   ASSERT_TRUE(s.runUntil([&] { return notifications(b, 1, statusNoLabelResources_) >= 1; }, 5.0));
+   s.runFor(0.5);
+   auto const* f7 = fs(a, "7.7.7.7/32", 2);
+   ASSERT_TRUE(f7);
+   EXPECT_TRUE(U32(f7->peerLabelSessionState()) & 0x20);
+   EXPECT_FALSE(U32(f7->peerLabelSessionState()) & 0x1);
+   // Another FEC through b: no request while b has said it has no labels.
+   route(b, "8.8.8.8/32", "eth2", IpAddr(10, 0, 2, 3));
+   route(c, "8.8.8.8/32", "lo", IpAddr(), 1);
+   route(a, "8.8.8.8/32", "eth1", IpAddr(10, 0, 1, 2));
+   s.runFor(12.0);
+   auto requestsFor = [&](std::string const& p) {
+      std::size_t n = 0;
+      for (auto const& m : wire(a, 2, LdpLabelRequest_))
+         n += m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec(p);
+      return n;
+   };
+   EXPECT_EQ(1u, requestsFor("7.7.7.7/32"));
+   EXPECT_EQ(0u, requestsFor("8.8.8.8/32"));
+   EXPECT_EQ(1u, notifications(b, 1, statusNoLabelResources_));
+   EXPECT_EQ(0u, notifications(b, 1, statusLabelResourcesAvailable_));
+
+   // b's block grows: Label Resources Available, then both FECs labelled.
+   b.store()->get<Mpls::Api::Status>("mpls/status")->labelBlockAllocation("ldp")->sizeIs(100);
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "8.8.8.8/32").isNull(); }, 10.0));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "7.7.7.7/32").isNull(); }, 10.0));
+   EXPECT_EQ(1u, notifications(b, 1, statusLabelResourcesAvailable_));
+   EXPECT_EQ(local(b, "7.7.7.7/32"), peerLabel(a, 2, "7.7.7.7/32"));
+   EXPECT_EQ(local(b, "8.8.8.8/32"), peerLabel(a, 2, "8.8.8.8/32"));
+   EXPECT_EQ(2u, requestsFor("7.7.7.7/32"));
+   EXPECT_EQ(1u, requestsFor("8.8.8.8/32"));
+   EXPECT_FALSE(U32(fs(a, "7.7.7.7/32", 2)->peerLabelSessionState()) & 0x20);
+   EXPECT_TRUE(allUp());
+}
+
+// Conservative retention at a, with b and c both advertising unsolicited:
+// only the next hop's label is kept, the other released; when the next hop
+// moves, the label of the new one is asked for again and the old one's
+// released.
+TEST_F(Line, ConservativeRetentionKeepsTheNextHopsLabelOnly) {
+   s.link("c", "eth2", "10.0.3.3/24", "a", "eth2", "10.0.3.1/24");
+   a.config()->ldpLabelRetentionIs(conservativeRetention_);
+   start();
+   ASSERT_TRUE(s.runUntil([&] { return allUp() && labelReady(a, 3); }, 60.0));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 2, "2.2.2.2/32").isNull(); }, 10.0));
+   s.runFor(2.0);
+   Nolu::MplsLabel c2 = local(c, "2.2.2.2/32");
+   ASSERT_GE(c2.value(), 3000u);
+   // b's implicit null kept; c's label released.
+   EXPECT_EQ(3u, peerLabel(a, 2, "2.2.2.2/32").value());
+   EXPECT_TRUE(peerLabel(a, 3, "2.2.2.2/32").isNull());
+   auto released = [&](U8 peer, std::string const& p) {
+      std::vector<Nolu::MplsLabel> out;
+      for (auto const& m : wire(a, peer, LdpLabelRelease_))
+         if (m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec(p) && m.parser->genLabelTlv())
+            out.push_back(m.parser->genLabelTlv()->label());
+      return out;
+   };
+   ASSERT_EQ(1u, released(3, "2.2.2.2/32").size());
+   EXPECT_EQ(c2, released(3, "2.2.2.2/32")[0]);
+   EXPECT_TRUE(released(2, "2.2.2.2/32").empty());
+   auto const* fc = fs(a, "2.2.2.2/32", 3);
+   ASSERT_TRUE(fc);
+   EXPECT_EQ(0u, fc->peerLabelStateSize());
+   EXPECT_NE(0u, fc->localLabelReleaseMsgId());
+   // c keeps it away from a until asked.
+   s.runFor(5.0);
+   EXPECT_TRUE(peerLabel(a, 3, "2.2.2.2/32").isNull());
+   EXPECT_EQ(1u, released(3, "2.2.2.2/32").size());
+
+   // a's route to 2.2.2.2 moves to c: a asks c, takes its label, and
+   // releases b's.
+   route(a, "2.2.2.2/32", "eth2", IpAddr(10, 0, 3, 3));
+   ASSERT_TRUE(s.runUntil([&] { return !peerLabel(a, 3, "2.2.2.2/32").isNull(); }, 5.0));
+   EXPECT_EQ(c2, peerLabel(a, 3, "2.2.2.2/32"));
+   bool asked = false;
+   for (auto const& m : wire(a, 3, LdpLabelRequest_))
+      asked = asked || m.parser->ldpFecTlvParser()->fwdEqvCls(0) == fec("2.2.2.2/32");
+   EXPECT_TRUE(asked);
+   ASSERT_TRUE(s.runUntil([&] { return peerLabel(a, 2, "2.2.2.2/32").isNull(); }, 5.0));
+   ASSERT_EQ(1u, released(2, "2.2.2.2/32").size());
+   EXPECT_EQ(3u, released(2, "2.2.2.2/32")[0].value());
+   EXPECT_TRUE(fs(a, "2.2.2.2/32", 3)->isNexthopLsr());
+   s.runFor(3.0);
+   EXPECT_EQ(c2, peerLabel(a, 3, "2.2.2.2/32"));
+   EXPECT_TRUE(allUp());
+}
