@@ -49,6 +49,8 @@ LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
    ldpLinkSmColl_.is(ldpSmCollIs<LdpLinkSmColl>("llsc"));
    ldpTargetSmColl_.is(ldpSmCollIs<LdpTargetSmColl>("ltsc"));
    ldpAdjSmColl_.is(ldpSmCollIs<LdpAdjSmColl>("lasc"));
+   pwConfigSmColl_.is(ldpSmCollIs<PwConfigSmColl>("pwcsc"));
+   pwFecSessionSmColl_.is(ldpSmCollIs<PwFecSessionSmColl>("pwfssc"));
    ldpProtoParam_ = new LdpProtoParamConfig("lpp");
    discoveryAclFilter_ = new DiscoveryAclFilter(in_.aclConfig);
    ldpPduPamColl_ = new LdpPduPamColl("lpppq");
@@ -341,6 +343,49 @@ void LdpRoot::handleInitialized() {
    ldpTargetServerConfigSm_.is(LdpTargetServerConfigSm::LdpTargetServerConfigSmIs(
       instId(), in_.protoConfig, st->ldpTargetConfigColl(), st->ldpTargetServerConfig()));
    madeLog_.push_back("ldpTargetServerConfigSm");
+
+   // Pseudowire requests name no VRF: they are signalled in the default one.
+   if (in_.pwLdpConfig && in_.pwLdpStatus && in_.vrfName == L3::VrfName(L3::defaultVrfName()))
+      makePwMachines();
+}
+
+void LdpRoot::makePwMachines() {
+   Status* st = in_.status.ptr();
+   pwLdpRequestSm_.is(
+      PwLdpRequestSm::PwLdpRequestSmIs(instId(), in_.pwLdpConfig, st->pwTargetConfigColl()));
+   madeLog_.push_back("pwLdpRequestSm");
+   PwConfigSmManager::Inputs pc;
+   pc.pwLdpConfig = in_.pwLdpConfig;
+   pc.ldpIndex = st->index();
+   pc.ldpSessionMsgPipeColl = ldpSessionMsgPipeColl_;
+   pc.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   pc.pwConfigColl = st->pwConfigColl();
+   pc.pwStatusColl = st->pwStatusColl();
+   pc.pwConfigSmColl = Vek::Ptr<PwConfigSmColl>(pwConfigSmColl_.get());
+   pc.localPwFecSessionConfigColl = st->localPwFecSessionConfigColl();
+   pc.protoConfig = in_.protoConfig;
+   pwConfigSmManager_.is(PwConfigSmManager::PwConfigSmManagerIs(instId(), pc));
+   madeLog_.push_back("pwConfigSmManager");
+   PwFecSessionSmManager::Inputs fs;
+   fs.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   fs.localPwFecSessionConfigColl = st->localPwFecSessionConfigColl();
+   fs.remotePwFecSessionConfigColl = st->remotePwFecSessionConfigColl();
+   fs.localPwFecSessionStatusColl = st->localPwFecSessionStatusColl();
+   fs.remotePwFecSessionStatusColl = st->remotePwFecSessionStatusColl();
+   fs.pwFecSessionMsgPipeColl = pwFecSessionMsgPipeColl_;
+   fs.ldpSessionMsgPipeColl = ldpSessionMsgPipeColl_;
+   fs.pwFecSessionSmColl = Vek::Ptr<PwFecSessionSmColl>(pwFecSessionSmColl_.get());
+   fs.status = in_.status;
+   fs.protoConfig = in_.protoConfig;
+   fs.scheduler = in_.scheduler;
+   pwFecSessionSmManager_.is(PwFecSessionSmManager::PwFecSessionSmManagerIs(instId(), fs));
+   madeLog_.push_back("pwFecSessionSmManager");
+   PwLdpResponseSm::Inputs rs;
+   rs.ldpIndex = st->index();
+   rs.pwLdpStatus = in_.pwLdpStatus;
+   rs.scheduler = in_.scheduler;
+   pwLdpResponseSm_.is(PwLdpResponseSm::PwLdpResponseSmIs(instId(), rs));
+   madeLog_.push_back("pwLdpResponseSm");
 }
 
 void LdpRoot::handleDelete() {

@@ -27,6 +27,10 @@
 #include "label/LdpLocalBindingTableSm.h"
 #include "label/LdpStaticFecBindingSm.h"
 #include "aux/LdpTunnelRibListenerSm.h"
+#include "pw/PwConfigSm.h"
+#include "pw/PwFecSessionSmManager.h"
+#include "pw/PwLdpRequestSm.h"
+#include "pw/PwLdpResponseSm.h"
 #include "aux/LdpIpIntfStatusSm.h"
 #include "session/LdpPduPamManager.h"
 #include "session/LdpSessionConfigSm.h"
@@ -133,6 +137,13 @@ class LdpRoot : public LdpSm {
    LdpFecConfigSm* ldpFecConfigSm() const { return ldpFecConfigSm_.get(); }
    LdpFecSmManager* ldpFecSmManager() const { return ldpFecSmManager_.get(); }
    LdpFecSessionSmManager* ldpFecSessionSmManager() const { return ldpFecSessionSmManager_.get(); }
+   // Pseudowires, signalled in the default VRF only.
+   PwConfigSmColl* pwConfigSmColl() const { return pwConfigSmColl_.get(); }
+   PwFecSessionSmColl* pwFecSessionSmColl() const { return pwFecSessionSmColl_.get(); }
+   PwLdpRequestSm* pwLdpRequestSm() const { return pwLdpRequestSm_.get(); }
+   PwConfigSmManager* pwConfigSmManager() const { return pwConfigSmManager_.get(); }
+   PwFecSessionSmManager* pwFecSessionSmManager() const { return pwFecSessionSmManager_.get(); }
+   PwLdpResponseSm* pwLdpResponseSm() const { return pwLdpResponseSm_.get(); }
    // The namespace in which the VRF's channels open: the agent's own
    // namespace, which a host knows as the one the process runs in.
    Nolu::NamespaceName channelNetNs() const;
@@ -143,6 +154,7 @@ class LdpRoot : public LdpSm {
    void handleDelete() override;
 
  private:
+   void makePwMachines();
    LdpRootInputs in_;
    Vek::Ptr<Interface::PamDesiredIntfDir> pamDesiredIntfDir_;
    Vek::Ptr<LdpLinkMsgPipeCollection> ldpLinkRxMsgPipeColl_;
@@ -203,6 +215,12 @@ class LdpRoot : public LdpSm {
    Vek::SmChild<LdpTargetConfigSm> ldpTargetConfigSm_{this};
    Vek::SmChild<LdpTargetSmManager> ldpTargetSmManager_{this};
    Vek::SmChild<LdpTargetServerConfigSm> ldpTargetServerConfigSm_{this};
+   Vek::SmChild<PwConfigSmColl> pwConfigSmColl_{this};
+   Vek::SmChild<PwFecSessionSmColl> pwFecSessionSmColl_{this};
+   Vek::SmChild<PwLdpRequestSm> pwLdpRequestSm_{this};
+   Vek::SmChild<PwConfigSmManager> pwConfigSmManager_{this};
+   Vek::SmChild<PwFecSessionSmManager> pwFecSessionSmManager_{this};
+   Vek::SmChild<PwLdpResponseSm> pwLdpResponseSm_{this};
    std::vector<std::string> madeLog_;
 };
 

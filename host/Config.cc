@@ -63,6 +63,7 @@ class Parser {
       }
       if (section_ == ldp_ && ldpStatement(ws, no)) return;
       if (section_ == intf_ && intfStatement(ws, no)) return;
+      if (section_ == pw_ && pwStatement(ws, no)) return;
       Section before = section_;
       section_ = none_;
       if (topStatement(ws, no)) return;
@@ -70,12 +71,14 @@ class Parser {
          error("unknown statement in 'mpls ldp' and at the top level");
       else if (before == intf_)
          error("unknown statement in 'interface' and at the top level");
+      else if (before == pw_)
+         error("unknown statement in 'pseudowire' and at the top level");
       else
          error("unknown statement");
    }
 
  private:
-   enum Section { none_, ldp_, intf_ };
+   enum Section { none_, ldp_, intf_, pw_ };
 
    void error(std::string const& m) { errors_.push_back(ConfigError{lineNo_, text_, m}); }
 
@@ -339,6 +342,66 @@ class Parser {
       return false;
    }
 
+   bool pwStatement(std::vector<std::string> const& ws, bool no) {
+      PseudowireConfig& pw = cfg_.pseudowires[sectionName_];
+      PseudowireConfig const defaults;
+      std::string const& k = ws[0];
+      auto n = ws.size();
+      if (k == "neighbor") {
+         if (no && (n == 1 || n == 4)) {
+            pw.neighbor = Nolu::IpAddr();
+            pw.pwId = 0;
+            return true;
+         }
+         if (no || n != 4 || ws[2] != "pw-id") {
+            expect("neighbor A.B.C.D pw-id N");
+            return true;
+         }
+         Nolu::IpAddr a;
+         U32 id;
+         if (!address(ws[1], &a)) return true;
+         if (a.isZero() || a.isMulticast() || a.isLoopback() || a == Nolu::IpAddr(255, 255, 255, 255)) {
+            error("not a neighbour address");
+            return true;
+         }
+         if (!number(ws[3], 1, 0xFFFFFFFFu, &id, "the PW id")) return true;
+         pw.neighbor = a;
+         pw.pwId = id;
+         return true;
+      }
+      if (k == "pw-type") {
+         if (no && n <= 2)
+            pw.type = defaults.type;
+         else if (!no && n == 2 && ws[1] == "ethernet")
+            pw.type = Pseudowire::pwTypeEthernet_;
+         else if (!no && n == 2 && ws[1] == "ethernet-vlan")
+            pw.type = Pseudowire::pwTypeEthernetTagged_;
+         else
+            expect("pw-type ethernet|ethernet-vlan");
+         return true;
+      }
+      if (k == "mtu") {
+         U32 v = defaults.mtu;
+         if (n != (no ? 1u : 2u) && !(no && n == 2)) {
+            expect("mtu N");
+            return true;
+         }
+         if (!no && !number(ws[1], 64, 65535, &v, "the MTU")) return true;
+         pw.mtu = v;
+         return true;
+      }
+      bool* flag = k == "control-word" ? &pw.controlWord
+                   : k == "pw-status-tlv" ? &pw.pwStatusTlv
+                   : k == "shutdown"      ? &pw.shutdown
+                                          : nullptr;
+      if (!flag) return false;
+      if (n != 1)
+         expect(k.c_str());
+      else
+         *flag = !no;
+      return true;
+   }
+
    bool topStatement(std::vector<std::string> const& ws, bool no) {
       std::string const& k = ws[0];
       auto n = ws.size();
@@ -396,6 +459,21 @@ class Parser {
             return true;
          }
          section_ = intf_;
+         sectionName_ = ws[1];
+         return true;
+      }
+      if (k == "pseudowire") {
+         if (n != 2) {
+            expect("pseudowire NAME");
+            return true;
+         }
+         if (!name(ws[1], "pseudowire")) return true;
+         if (no) {
+            cfg_.pseudowires.erase(ws[1]);
+            return true;
+         }
+         cfg_.pseudowires[ws[1]];
+         section_ = pw_;
          sectionName_ = ws[1];
          return true;
       }
@@ -491,8 +569,25 @@ std::string secondsText(Vek::Seconds s) {
 
 }  // namespace
 
+U32 pseudowireLabelCount(U32 rangeSize) { return rangeSize >= 4096 ? 1024 : rangeSize / 4; }
+
 void validateConfig(HostConfig const& cfg, std::vector<ConfigError>& errors) {
    auto err = [&](std::string m) { errors.push_back(ConfigError{0, "", std::move(m)}); };
+   std::map<std::pair<Nolu::IpAddr, U32>, std::string> pwByKey;
+   for (auto const& [name, pw] : cfg.pseudowires) {
+      if (pw.neighbor.isZero()) {
+         err("pseudowire " + name + ": no 'neighbor A.B.C.D pw-id N'");
+         continue;
+      }
+      auto [it, fresh] = pwByKey.emplace(std::make_pair(pw.neighbor, pw.pwId), name);
+      if (!fresh)
+         err("pseudowire " + name + ": neighbor " + pw.neighbor.stringValue() + " pw-id " +
+             std::to_string(pw.pwId) + " is pseudowire " + it->second + " already");
+   }
+   U32 pwLabels = pseudowireLabelCount(cfg.labelRangeSize);
+   if (cfg.pseudowires.size() > pwLabels)
+      err(std::to_string(cfg.pseudowires.size()) + " pseudowires, but the label range keeps " +
+          std::to_string(pwLabels) + " labels for pseudowires (mpls label range BASE SIZE)");
    std::map<std::string, std::string> byNs;
    for (auto const& [vrf, ns] : cfg.vrfNetns) {
       auto [it, fresh] = byNs.emplace(ns, vrf);
@@ -547,6 +642,17 @@ std::string renderConfig(HostConfig const& cfg) {
    }
    for (auto const& intf : cfg.mplsDisabledIntf)
       os << "interface " << intf << "\n   no mpls ip\n!\n";
+   for (auto const& [name, pw] : cfg.pseudowires) {
+      os << "pseudowire " << name << "\n";
+      if (!pw.neighbor.isZero())
+         os << "   neighbor " << pw.neighbor << " pw-id " << pw.pwId << "\n";
+      if (pw.type == Pseudowire::pwTypeEthernetTagged_) os << "   pw-type ethernet-vlan\n";
+      if (pw.mtu != PseudowireConfig().mtu) os << "   mtu " << pw.mtu << "\n";
+      if (pw.controlWord) os << "   control-word\n";
+      if (!pw.pwStatusTlv) os << "   no pw-status-tlv\n";
+      if (pw.shutdown) os << "   shutdown\n";
+      os << "!\n";
+   }
    for (auto const& [vrf, l] : cfg.ldp) {
       os << "mpls ldp";
       if (vrf != L3::defaultVrfName()) os << " vrf " << vrf;

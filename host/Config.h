@@ -5,7 +5,7 @@
 // statements (on the running one) go through the same code; it stops at
 // nothing and reports every bad line with its number and what is wrong.
 //
-// Sections: "mpls ldp [vrf NAME]" and "interface NAME" open one; a statement
+// Sections: "mpls ldp [vrf NAME]", "interface NAME" and "pseudowire NAME" open one; a statement
 // is looked up in the open section first and otherwise at the top level,
 // which closes the section; "exit" and "!" close it too. Indentation is free.
 #include <map>
@@ -44,6 +44,19 @@ struct LdpVrfConfig {
    bool operator==(LdpVrfConfig const&) const = default;
 };
 
+// A pseudowire signalled over LDP ("pseudowire NAME"): the neighbour and PW id
+// that name it to LDP, and what its Label Mapping carries.
+struct PseudowireConfig {
+   Nolu::IpAddr neighbor;
+   U32 pwId = 0;
+   Pseudowire::PseudowireType type = Pseudowire::pwTypeEthernet_;
+   U32 mtu = 1500;
+   bool controlWord = false;
+   bool pwStatusTlv = true;
+   bool shutdown = false;
+   bool operator==(PseudowireConfig const&) const = default;
+};
+
 struct PrefixListEntry {
    bool permit = true;
    Nolu::IpGenPrefix prefix;
@@ -60,6 +73,7 @@ struct HostConfig {
    std::map<std::string, std::string> vrfNetns;  // VRF name -> network namespace
    U32 labelRangeBase = 100000;
    U32 labelRangeSize = 16384;
+   std::map<std::string, PseudowireConfig> pseudowires;  // by name
    bool operator==(HostConfig const&) const = default;
 };
 
@@ -76,6 +90,12 @@ bool parseConfig(std::string const& text, HostConfig& cfg, std::vector<ConfigErr
 
 // Checks what no single statement can: references between statements.
 void validateConfig(HostConfig const& cfg, std::vector<ConfigError>& errors);
+
+// Pseudowire labels come from the top of the label range, and the label
+// block of the label layer is the rest: the number of labels kept for
+// pseudowires in a range of the given size (1024, or a quarter of a range
+// smaller than 4096).
+U32 pseudowireLabelCount(U32 rangeSize);
 
 // The configuration as text that parses back to the same model.
 std::string renderConfig(HostConfig const& cfg);

@@ -3,6 +3,8 @@
 #include "agent/SecretCliLib.h"
 #include "entities/Functions.h"
 
+#include <set>
+
 namespace Host {
 
 namespace {
@@ -27,6 +29,8 @@ ConfigTargets ConfigTargets::fromStore(Vek::Ptr<Ombra::Store> const& store) {
    t.aclListConfig =
       entityAt<Acl::AclListConfig>(store, "routing/acl/config", "Acl::AclListConfig");
    t.l3Config = entityAt<L3::Config>(store, "l3/config", "L3::Config");
+   t.pwLdpConfig = entityAt<Pseudowire::PseudowireLdpConfig>(store, "pseudowire/ldp/config",
+                                                             "Pseudowire::PseudowireLdpConfig");
    return t;
 }
 
@@ -74,6 +78,51 @@ void ConfigApplier::applyLdp(std::string const& vrf, LdpVrfConfig const& l) {
    c->enabledIs(!l.shutdown);
    // Wanted last, so that the protocol configuration starts from a whole record.
    t_.ldpEnabledVrfColl->enabledVrfIs(vrf, true);
+}
+
+// Each pseudowire keeps its label while it stays within the slice of the
+// range kept for pseudowires; a new one takes the lowest free label there.
+void ConfigApplier::applyPseudowires(HostConfig const& cfg) {
+   U32 count = pseudowireLabelCount(cfg.labelRangeSize);
+   U32 first = cfg.labelRangeBase + cfg.labelRangeSize - count;
+   std::map<std::string, U32> labels;
+   std::set<U32> used;
+   for (auto const& [name, pw] : cfg.pseudowires) {
+      auto it = pwLabels_.find(name);
+      if (it != pwLabels_.end() && it->second >= first && it->second < first + count &&
+          used.insert(it->second).second)
+         labels[name] = it->second;
+   }
+   U32 next = first;
+   for (auto const& [name, pw] : cfg.pseudowires) {
+      if (labels.count(name)) continue;
+      while (used.count(next)) ++next;
+      // The configuration's check keeps the pseudowires within the slice.
+      VEK_ASSERT(next < first + count);
+      labels[name] = next;
+      used.insert(next);
+   }
+   pwLabels_ = std::move(labels);
+   if (!t_.pwLdpConfig) return;
+   std::set<Pseudowire::PseudowireLdpRequestKey> keys;
+   for (auto const& [name, pw] : cfg.pseudowires)
+      keys.insert(Pseudowire::PseudowireLdpRequestKey(Nolu::IpGenAddr(pw.neighbor),
+                                                      Pseudowire::PseudowireId(pw.pwId)));
+   for (auto it = t_.pwLdpConfig->ldpRequestIter(); it; ++it) {
+      Pseudowire::PseudowireLdpRequestKey k = it.key();
+      if (!keys.count(k)) t_.pwLdpConfig->ldpRequestDel(k);
+   }
+   for (auto const& [name, pw] : cfg.pseudowires) {
+      auto r = t_.pwLdpConfig->ldpRequestIs(Pseudowire::PseudowireLdpRequestKey(
+         Nolu::IpGenAddr(pw.neighbor), Pseudowire::PseudowireId(pw.pwId)));
+      r->pwTypeIs(pw.type);
+      r->mtuIs(pw.mtu);
+      r->preferControlWordIs(pw.controlWord);
+      r->pwStatusTlvIs(pw.pwStatusTlv);
+      r->intfDescriptionIs(name);
+      r->statusIs(pw.shutdown ? Pseudowire::connectorAdminDown : Pseudowire::connectorUp);
+      r->localLabelIs(Nolu::MplsLabel(pwLabels_[name]));
+   }
 }
 
 void ConfigApplier::apply(HostConfig const& cfg) {
@@ -135,6 +184,7 @@ void ConfigApplier::apply(HostConfig const& cfg) {
       if (!cfg.ldp.count(v)) t_.ldpConfigColl->configDel(v);
    }
    for (auto const& [vrf, l] : cfg.ldp) applyLdp(vrf, l);
+   applyPseudowires(cfg);
 
    // Lists that are no longer configured go after the filters that named them.
    for (auto it = acl->prefixListIter(); it; ++it) {

@@ -23,6 +23,8 @@ struct ConfigTargets {
    Vek::Ptr<Acl::AclListConfig> aclListConfig;
    Vek::Ptr<L3::Config> l3Config;
    Vek::Ptr<LabelBlockResponderSm> labelBlockResponder;
+   // The pseudowire agent's requests, which the host writes in its stead.
+   Vek::Ptr<Pseudowire::PseudowireLdpConfig> pwLdpConfig;
    // Told the VRFs and their namespaces, so that the host watches them.
    std::function<void(std::map<std::string, std::string> const&)> vrfNetnsIs;
 
@@ -40,11 +42,15 @@ class ConfigApplier {
    // running one, and applies the result; on errors nothing changes.
    bool applyText(std::string const& text, bool replace, std::vector<ConfigError>& errors);
    HostConfig const& running() const { return running_; }
+   // The local label of each pseudowire, by name.
+   std::map<std::string, U32> const& pwLabels() const { return pwLabels_; }
    ConfigTargets const& targets() const { return t_; }
 
  private:
    void applyLdp(std::string const& vrf, LdpVrfConfig const& l);
+   void applyPseudowires(HostConfig const& cfg);
    ConfigTargets t_;
+   std::map<std::string, U32> pwLabels_;
    HostConfig running_;
    bool applied_ = false;
 };

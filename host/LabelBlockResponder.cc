@@ -1,5 +1,7 @@
 #include "host/LabelBlockResponder.h"
 
+#include "host/Config.h"
+
 namespace Host {
 
 namespace {
@@ -56,11 +58,13 @@ void LabelBlockResponderSm::answer() {
       status_->labelBlockAllocationDel(client_);
       return;
    }
-   // The block is what was asked for, as far as the range reaches.
+   // The block is what was asked for, as far as the range reaches below the
+   // labels kept for pseudowires at its top.
    U32 want = r->size() ? r->size() : defaultRangeSize;
+   U32 avail = size_ - pseudowireLabelCount(size_);
    auto block = status_->labelBlockAllocationIs(client_);
    block->baseIs(base_);
-   block->sizeIs(want < size_ ? want : size_);
+   block->sizeIs(want < avail ? want : avail);
 }
 
 }  // namespace Host

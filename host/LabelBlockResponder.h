@@ -2,7 +2,9 @@
 // Stands in for the MPLS agent on a plain host: answers a client's request for
 // a block of labels (Mpls::ClientLabelRequest, as the LDP agent writes it at
 // mpls/config/labelRequest/ldp) with a block of the configured dynamic range
-// in Mpls::Api::Status. The block is keyed by the client's name.
+// in Mpls::Api::Status. The block is keyed by the client's name. The top of
+// the range (pseudowireLabelCount) is kept for the pseudowires' labels, which
+// the host gives out itself.
 #include <string>
 
 #include "entities/EntityTypes.h"

@@ -502,6 +502,136 @@ Node statistics(ShowContext const& ctx, std::string const& only) {
    return top;
 }
 
+char const* pwTypeName(Pseudowire::PseudowireType t) {
+   switch (t) {
+      case Pseudowire::pwTypeEthernet_:
+         return "ethernet";
+      case Pseudowire::pwTypeEthernetTagged_:
+         return "ethernet-vlan";
+      case Pseudowire::pwTypeNone_:
+         return "";
+      default:
+         return "other";
+   }
+}
+
+// The response status in words; "not signalled" without one (LDP not
+// running, or no session to the neighbour yet).
+char const* pwStatusName(int status) {
+   switch (status) {
+      case Pseudowire::connectorNoLocalMapping:
+         return "no local mapping";
+      case Pseudowire::connectorNoRemote:
+         return "no remote";
+      case Pseudowire::connectorNoPeerLabel:
+         return "no peer label";
+      case Pseudowire::connectorPwTypeMismatch:
+         return "PW type mismatch";
+      case Pseudowire::connectorControlWordMismatch:
+         return "control word mismatch";
+      case Pseudowire::connectorRemoteNotForwarding:
+         return "remote not forwarding";
+      case Pseudowire::connectorUp:
+         return "up";
+      default:
+         return "not signalled";
+   }
+}
+
+// The PW Status bits by name.
+std::string pwFlagsText(U32 flags) {
+   static char const* const names[] = {"not-forwarding", "ac-rx-fault", "ac-tx-fault",
+                                       "psn-rx-fault", "psn-tx-fault"};
+   if (!flags) return "forwarding";
+   std::string out;
+   for (unsigned i = 0; i < 5; ++i)
+      if (flags & (1u << i)) out += (out.empty() ? "" : ",") + std::string(names[i]);
+   if (flags >> 5) {
+      char buf[16];
+      std::snprintf(buf, sizeof buf, "0x%x", flags >> 5 << 5);
+      out += (out.empty() ? "" : ",") + std::string(buf);
+   }
+   return out;
+}
+
+// The pseudowires of the configuration with what LDP made of them: our side
+// from the configuration and the local FEC session, the peer's from the
+// response.
+Node pseudowires(ShowContext const& ctx, std::string const& only, std::string* error) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   Node& list = top.set("pseudowires", Node::array());
+   if (!ctx.config) return top;
+   auto const& pws = ctx.config->running().pseudowires;
+   if (!only.empty() && !pws.count(only)) {
+      *error = "no pseudowire " + only;
+      return top;
+   }
+   Ldp::Status const* st = a->ldpStatusColl()->status(L3::defaultVrfName()).ptr();
+   for (auto const& [name, pw] : pws) {
+      if (!only.empty() && name != only) continue;
+      Pseudowire::PseudowireLdpRequestKey key(Nolu::IpGenAddr(pw.neighbor),
+                                              Pseudowire::PseudowireId(pw.pwId));
+      Node& n = list.add(Node::object());
+      n.set("name", name);
+      n.set("neighbor", pw.neighbor.stringValue());
+      n.set("pwId", U32(pw.pwId));
+      n.set("pwType", pwTypeName(pw.type));
+      n.set("adminStatus", pw.shutdown ? "down" : "up");
+      auto lbl = ctx.config->pwLabels().find(name);
+      n.set("localLabel", U32(lbl == ctx.config->pwLabels().end() ? 0 : lbl->second));
+      n.set("localMtu", U32(pw.mtu));
+      n.set("controlWord", pw.controlWord);
+      n.set("pwStatusTlv", pw.pwStatusTlv);
+      // What this side signals: the flags and the method settled with the peer.
+      U32 localFlags = 0;
+      char const* method = "unknown";
+      bool mapped = false;
+      if (st) {
+         if (auto ps = st->pwStatusColl()->status(key))
+            method = ps->pwStatusMethod() == Ldp::pwStatusMethodTlv_        ? "status-tlv"
+                     : ps->pwStatusMethod() == Ldp::pwStatusMethodWithdraw_ ? "withdraw"
+                                                                            : "unknown";
+         if (auto info = st->index()->pwKeyToPwFecSessionInfo(key)) {
+            for (auto it = info->localConfigIter(); it; ++it) {
+               if (!it.value() || !it.value()->memberHas(Ldp::pwMemberConfig_)) continue;
+               localFlags = it.value()->pwStatusFlags();
+               if (auto ls = info->localStatus(it.key())) mapped = ls->mappingActive();
+               break;
+            }
+         }
+      }
+      n.set("localMapped", mapped);
+      n.set("statusMethod", method);
+      n.set("localStatusFlags", localFlags);
+      n.set("localStatusFlagsText", pwFlagsText(localFlags));
+      auto r = a->pwLdpStatus()->response(key);
+      int status = r ? int(r->status()) : -1;
+      bool up = status == Pseudowire::connectorUp;
+      n.set("remoteLabel", r && r->peerLabel().isValid() ? Node::num(r->peerLabel().value())
+                                                         : Node());
+      n.set("remoteMtu", r && r->mtu() ? Node::num(r->mtu()) : Node());
+      n.set("remotePwType", r && r->remotePwType() != Pseudowire::pwTypeNone_
+                               ? Node::str(pwTypeName(r->remotePwType()))
+                               : Node());
+      n.set("remoteControlWord", r && r->peerLabel().isValid() ? Node::boolean(r->controlWord())
+                                                               : Node());
+      U32 remoteFlags = r ? U32(r->pwStatusFlags()) : 0;
+      n.set("remoteStatusFlags", remoteFlags);
+      n.set("remoteStatusFlagsText", pwFlagsText(remoteFlags));
+      n.set("status", status < 0 ? Node() : Node::num(status));
+      // LDP brings the pseudowire up with any MTU; a data path takes it only
+      // with equal ones.
+      bool mtuMismatch = r && r->peerLabel().isValid() && r->mtu() && r->mtu() != pw.mtu;
+      n.set("mtuMismatch", mtuMismatch);
+      std::string words = pwStatusName(status);
+      if (up && pw.shutdown) words = "up, admin down here";
+      if (mtuMismatch) words = "MTU mismatch";
+      n.set("statusText", words);
+   }
+   return top;
+}
+
 Node interfaces(ShowContext const& ctx) {
    auto const* a = ctx.agent;
    Node top = Node::object();
@@ -686,6 +816,7 @@ std::vector<std::string> const& showCommands() {
       "show mpls ldp statistics [vrf NAME]",
       "show mpls ldp fec [PREFIX] [vrf NAME]",
       "show mpls ldp label-allocation",
+      "show mpls ldp pseudowires [NAME]",
       "show interfaces",
       "show running-config",
    };
@@ -727,6 +858,15 @@ bool runShow(std::vector<std::string> const& words, bool json, ShowContext const
       n = neighbors(ctx, vrf);
    else if (cmd == "mpls ldp statistics")
       n = statistics(ctx, vrf);
+   else if (w.size() >= 3 && w.size() <= 4 && w[0] == "mpls" && w[1] == "ldp" &&
+            (w[2] == "pseudowires" || w[2] == "pseudowire")) {
+      std::string error;
+      n = pseudowires(ctx, w.size() == 4 ? w[3] : std::string(), &error);
+      if (!error.empty()) {
+         *out = error;
+         return false;
+      }
+   }
    else if (cmd == "interfaces")
       n = interfaces(ctx);
    else if (cmd == "mpls ldp label-allocation")

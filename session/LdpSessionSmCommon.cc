@@ -22,11 +22,13 @@ Vek::EventLogMsg const LDP_SESSION_DOWN{
 
 PwFecMsgContext pwFecMessagecontextForMsgType(LdpMsgType type) {
    switch (type) {
+   // A Request asks for our label, like Release and Abort speak of it: all
+   // three go to the side that advertises it.
+   case LdpLabelRequest_:
    case LdpLabelRelease_:
    case LdpLabelAbortReq_: return localPwFecMessage;
    case LdpNotification_:
    case LdpLabelMapping_:
-   case LdpLabelRequest_:
    case LdpLabelWithdraw_: return remotePwFecMessage;
    case LdpHello_:
    case LdpInitialization_:

@@ -344,12 +344,105 @@ TEST_F(AgentWithConfig, LabelBlockAnswersTheAgentsRequest) {
    req->labelRequestIs("main")->sizeIs(16384);
    auto block = status->labelBlockAllocation("ldp");
    ASSERT_TRUE(block);
+   // The range but its top 1024 labels, which pseudowires take.
    EXPECT_EQ(100000u, block->base());
-   EXPECT_EQ(16384u, block->size());
+   EXPECT_EQ(16384u - 1024u, block->size());
    // A smaller range gives a smaller block; the request going takes it back.
    ASSERT_TRUE(apply("mpls label range 500000 100\n").empty());
    EXPECT_EQ(500000u, block->base());
-   EXPECT_EQ(100u, block->size());
+   EXPECT_EQ(75u, block->size());
    req->labelRequestDel("main");
    EXPECT_FALSE(status->labelBlockAllocation("ldp"));
+}
+
+TEST(HostConfig, PseudowireStatements) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   ASSERT_TRUE(parseConfig("pseudowire pw1\n neighbor 2.2.2.2 pw-id 10\n pw-type ethernet-vlan\n"
+                           " mtu 9000\n control-word\n no pw-status-tlv\n shutdown\n"
+                           "pseudowire pw2\n neighbor 2.2.2.2 pw-id 11\n",
+                           c, e))
+      << (e.empty() ? "" : e[0].str());
+   auto const& pw = c.pseudowires.at("pw1");
+   EXPECT_EQ(IpAddr(2, 2, 2, 2), pw.neighbor);
+   EXPECT_EQ(10u, pw.pwId);
+   EXPECT_EQ(Pseudowire::pwTypeEthernetTagged_, pw.type);
+   EXPECT_EQ(9000u, pw.mtu);
+   EXPECT_TRUE(pw.controlWord);
+   EXPECT_FALSE(pw.pwStatusTlv);
+   EXPECT_TRUE(pw.shutdown);
+   EXPECT_EQ(PseudowireConfig().mtu, c.pseudowires.at("pw2").mtu);
+   HostConfig again;
+   ASSERT_TRUE(parseConfig(renderConfig(c), again, e));
+   EXPECT_EQ(c, again);
+   // The "no" forms bring the defaults back; "no pseudowire" removes it.
+   ASSERT_TRUE(parseConfig("pseudowire pw1\n no pw-type\n no mtu\n no control-word\n"
+                           " pw-status-tlv\n no shutdown\nno pseudowire pw2\n",
+                           c, e));
+   EXPECT_EQ(Pseudowire::pwTypeEthernet_, c.pseudowires.at("pw1").type);
+   EXPECT_EQ(1500u, c.pseudowires.at("pw1").mtu);
+   EXPECT_FALSE(c.pseudowires.at("pw1").shutdown);
+   EXPECT_TRUE(c.pseudowires.at("pw1").pwStatusTlv);
+   EXPECT_FALSE(c.pseudowires.count("pw2"));
+
+   // Bad statements name their line; what only the whole shows is told too.
+   auto errs = parseErrors("pseudowire pw1\n neighbor 2.2.2.2\n neighbor 224.0.0.1 pw-id 1\n"
+                           " neighbor 2.2.2.2 pw-id 0\n pw-type atm\n mtu 10\n control-word on\n"
+                           "pseudowire a/b\n");
+   std::vector<unsigned> lines;
+   for (auto const& x : errs) lines.push_back(x.line);
+   EXPECT_EQ((std::vector<unsigned>{2, 3, 4, 5, 6, 7, 8}), lines);
+   errs = parseErrors("pseudowire pw1\npseudowire pw2\n neighbor 2.2.2.2 pw-id 5\n"
+                      "pseudowire pw3\n neighbor 2.2.2.2 pw-id 5\n");
+   std::string all;
+   for (auto const& x : errs) all += x.str() + "\n";
+   EXPECT_NE(std::string::npos, all.find("pseudowire pw1: no 'neighbor A.B.C.D pw-id N'"));
+   EXPECT_NE(std::string::npos, all.find("pw-id 5 is pseudowire pw2 already"));
+   EXPECT_NE(std::string::npos,
+             parseErrors("mpls label range 1000 8\npseudowire a\n neighbor 2.2.2.2 pw-id 1\n"
+                         "pseudowire b\n neighbor 2.2.2.2 pw-id 2\npseudowire c\n"
+                         " neighbor 2.2.2.2 pw-id 3\n")
+                .at(0)
+                .message.find("keeps 2 labels for pseudowires"));
+}
+
+TEST_F(AgentWithConfig, PseudowiresBecomeRequestsWithLabelsAtTheTopOfTheRange) {
+   auto const& reqs = *agent->pwLdpConfig();
+   ASSERT_TRUE(apply("pseudowire pw1\n neighbor 2.2.2.2 pw-id 10\n mtu 9000\n"
+                     "pseudowire pw2\n neighbor 3.3.3.3 pw-id 10\n shutdown\n")
+                  .empty());
+   Pseudowire::PseudowireLdpRequestKey k1(Nolu::IpGenAddr(IpAddr(2, 2, 2, 2)),
+                                          Pseudowire::PseudowireId(10));
+   Pseudowire::PseudowireLdpRequestKey k2(Nolu::IpGenAddr(IpAddr(3, 3, 3, 3)),
+                                          Pseudowire::PseudowireId(10));
+   auto r1 = reqs.ldpRequest(k1);
+   auto r2 = reqs.ldpRequest(k2);
+   ASSERT_TRUE(r1 && r2);
+   // Labels come from the slice above the label layer's block.
+   U32 first = 100000 + 16384 - 1024;
+   EXPECT_EQ(first, r1->localLabel().value());
+   EXPECT_EQ(first + 1, r2->localLabel().value());
+   EXPECT_EQ(9000u, r1->mtu());
+   EXPECT_EQ(Pseudowire::pwTypeEthernet_, r1->pwType());
+   EXPECT_EQ(Pseudowire::connectorUp, r1->status());
+   EXPECT_EQ(Pseudowire::connectorAdminDown, r2->status());
+   // Live: a label stays with its pseudowire; a new one takes the free one;
+   // a moved pseudowire leaves its old request.
+   ASSERT_TRUE(apply("no pseudowire pw1\npseudowire pw2\n no shutdown\n"
+                     " neighbor 4.4.4.4 pw-id 7\npseudowire pw3\n neighbor 2.2.2.2 pw-id 3\n",
+                     false)
+                  .empty());
+   EXPECT_FALSE(reqs.ldpRequest(k1));
+   EXPECT_FALSE(reqs.ldpRequest(k2));
+   Pseudowire::PseudowireLdpRequestKey k4(Nolu::IpGenAddr(IpAddr(4, 4, 4, 4)),
+                                          Pseudowire::PseudowireId(7));
+   Pseudowire::PseudowireLdpRequestKey k3(Nolu::IpGenAddr(IpAddr(2, 2, 2, 2)),
+                                          Pseudowire::PseudowireId(3));
+   ASSERT_TRUE(reqs.ldpRequest(k4) && reqs.ldpRequest(k3));
+   EXPECT_EQ(first + 1, reqs.ldpRequest(k4)->localLabel().value());
+   EXPECT_EQ(first, reqs.ldpRequest(k3)->localLabel().value());
+   EXPECT_EQ(Pseudowire::connectorUp, reqs.ldpRequest(k4)->status());
+   // A bad statement changes nothing.
+   EXPECT_FALSE(apply("pseudowire pw3\n mtu 70000\n", false).empty());
+   EXPECT_EQ(1500u, reqs.ldpRequest(k3)->mtu());
 }

@@ -6,73 +6,11 @@
 // reason, where FRR or namespaces are missing.
 #include <gtest/gtest.h>
 
-#include "tests/host/HostHarness.h"
+#include "tests/host/FrrHarness.h"
 
 using namespace HostTest;
 
 namespace {
-
-constexpr char kFrrDir[] = "/usr/lib/frr";
-
-// zebra and ldpd of FRR in a namespace, each a daemon with its pid file.
-class FrrRouter {
- public:
-   FrrRouter(std::string ns, std::string dir) : ns_(std::move(ns)), dir_(std::move(dir)) {}
-   ~FrrRouter() { stop(); }
-   bool start(std::string const& ldpdConf) {
-      sh("mkdir -p " + dir_);
-      std::ofstream(dir_ + "/zebra.conf") << "hostname frr\n";
-      std::ofstream(dir_ + "/ldpd.conf") << ldpdConf;
-      // The daemons drop to the frr user, which must reach its files.
-      sh("chown -R frr:frr " + dir_);
-      started_ = true;
-      return daemon("zebra", "") && daemon("ldpd", " --ctl_socket " + dir_);
-   }
-   void stop() {
-      if (!started_) return;
-      started_ = false;
-      for (char const* d : {"ldpd", "zebra"}) {
-         std::string pid = pidOf(d);
-         if (!pid.empty()) sh("kill -TERM " + pid);
-      }
-      for (char const* d : {"ldpd", "zebra"}) {
-         std::string pid = pidOf(d);
-         waitFor([&] { return pid.empty() || sh("kill -0 " + pid) != 0; }, 10.0);
-      }
-   }
-   // The neighbour's state as FRR reports it ("OPERATIONAL", ...), or empty.
-   std::string neighborState(std::string const& id) const {
-      RunResult r = run({"vtysh", "--vty_socket", dir_, "-c", "show mpls ldp neighbor json"}, dir_);
-      Json j = parseJson(r.out);
-      for (auto const& n : j["neighbors"].a)
-         if (n["neighborId"].str() == id) return n["state"].str();
-      return "";
-   }
-
- private:
-   std::string pidOf(char const* daemon) const {
-      std::string p = slurp(dir_ + "/" + daemon + ".pid");
-      while (!p.empty() && !isdigit(static_cast<unsigned char>(p.back()))) p.pop_back();
-      return p;
-   }
-   bool daemon(std::string const& name, std::string const& extra) {
-      std::string cmd = "ip netns exec " + ns_ + " " + kFrrDir + "/" + name + " -d -N " + ns_ +
-                        " -f " + dir_ + "/" + name + ".conf -i " + dir_ + "/" + name + ".pid -z " +
-                        dir_ + "/zserv.api --vty_socket " + dir_ + extra;
-      return sh(cmd) == 0;
-   }
-   std::string ns_, dir_;
-   bool started_ = false;
-};
-
-std::string frrUnavailable() {
-   std::string why = realHostUnavailable();
-   if (!why.empty()) return why;
-   if (access((std::string(kFrrDir) + "/ldpd").c_str(), X_OK) != 0) return "needs FRR (ldpd)";
-   if (sh("vtysh --help") != 0 && sh("which vtysh") != 0) return "needs FRR's vtysh";
-   if (sh("id frr") != 0) return "needs FRR's frr user";
-   return "";
-}
 
 struct Case {
    char const* ourLoopback;  // 1.1.1.1: below FRR's 2.2.2.2, so passive; 3.3.3.3 active

@@ -1,0 +1,306 @@
+#include "pw/PwConfigSm.h"
+
+namespace Ldp {
+
+namespace {
+Vek::TraceHandle th("PwConfig");
+
+// The local attachment circuit faults that an administratively down
+// pseudowire signals.
+constexpr U32 acFaultFlags = Pseudowire::pwStatusAcRxFault_ | Pseudowire::pwStatusAcTxFault_;
+}  // namespace
+
+// ---- PwConfigSm
+
+PwConfigSm::PwConfigSm(U32 instId, Inputs const& in) : LdpSm(instId), in_(in) {
+   Vek::validPtr(in_.pwConfig);
+   Vek::validPtr(in_.pwStatus);
+   Vek::validPtr(in_.localPwFecSessionConfigColl);
+   pwConfigReactor_.init(this, in_.pwConfig);
+   protoConfigReactor_.init(this, in_.protoConfig);
+   infoMapReactor_.init(this, in_.pwFecSessionInfoMap);
+   handleInitialized();
+}
+
+void PwConfigSm::handleInitialized() {
+   LDP_HANDLER(th, "PwConfigSm::handleInitialized " << in_.key);
+   initialized_ = true;
+   if (in_.pwFecSessionInfoMap) {
+      for (auto it = in_.pwFecSessionInfoMap->remoteStatusIter(); it; ++it)
+         handleRemoteStatus(it.key());
+   }
+   computePwStatusMethod();
+}
+
+void PwConfigSm::handleDelete() {
+   initialized_ = false;
+   removeLocalConfig();
+}
+
+void PwConfigSm::pwFecSessionInfoMapIs(Vek::Ptr<PwFecSessionInfoMap const> const& m) {
+   if (in_.pwFecSessionInfoMap == m) return;
+   in_.pwFecSessionInfoMap = m;
+   remoteStatus_.delAll();
+   infoMapReactor_.assign(this, m);
+   if (m) {
+      for (auto it = m->remoteStatusIter(); it; ++it) handleRemoteStatus(it.key());
+   }
+   computePwStatusMethod();
+}
+
+void PwConfigSm::handleRemoteStatus(PwFecSessionId const& id) {
+   if (!initialized_) return;
+   auto const* m = in_.pwFecSessionInfoMap.ptr();
+   Vek::Ptr<RemotePwFecSessionStatus const> rs = m ? m->remoteStatus(id) : nullptr;
+   if (rs)
+      remoteStatus_.is(id, this, rs, id, &PwConfigSm::handlePeerPwStatusMethod);
+   else
+      remoteStatus_.del(id);
+   // A new remote status counts as a change of the peer's method.
+   computePwStatusMethod(id);
+}
+
+void PwConfigSm::computePwStatusMethod(PwFecSessionId const& id) {
+   if (!initialized_) return;
+   LDP_TRACE(th, 7, " peer status method changed for " << id);
+   computePwStatusMethod();
+}
+
+// The Status TLV unless the protocol forces the withdraw method, the request
+// doesn't want the TLV, or a peer session doesn't use it: one such peer draws
+// the pseudowire to withdrawing its label on faults.
+void PwConfigSm::computePwStatusMethod() {
+   if (!initialized_) return;
+   PwStatusMethod method = pwStatusMethodTlv_;
+   if (in_.protoConfig &&
+       in_.protoConfig->ldpProtoParamSetting().hasFlag(LdpProtoParamSetting::pwStatusWithdrawMethod))
+      method = pwStatusMethodWithdraw_;
+   else if (!in_.pwConfig->pwStatusTlv())
+      method = pwStatusMethodWithdraw_;
+   else if (auto const* m = in_.pwFecSessionInfoMap.ptr()) {
+      for (auto it = m->remoteStatusIter(); it; ++it) {
+         if (it.value() && it.value()->peerPwStatusMethod() == pwStatusMethodWithdraw_) {
+            method = pwStatusMethodWithdraw_;
+            break;
+         }
+      }
+   }
+   if (in_.pwStatus->pwStatusMethod() != method)
+      LDP_TRACE(th, 5, " set status method " << U32(method) << " for " << in_.key);
+   in_.pwStatus->pwStatusMethodIs(method);
+   updateLocalPwFecSessionConfig();
+}
+
+// The one writer of the local FEC-session configuration of this pseudowire.
+void PwConfigSm::updateLocalPwFecSessionConfig() {
+   if (!initialized_) return;
+   PwConfig const* c = in_.pwConfig.ptr();
+   PwFwdEqvClass fec(c->pwId(), c->pwType(), c->groupId(), c->preferControlWord());
+   PwFecSessionId id(fec, c->ldpSessionId());
+   if (hasLocalId_ && localId_ != id) retireLocalConfig(localId_);
+   localId_ = id;
+   hasLocalId_ = true;
+   auto& coll = *in_.localPwFecSessionConfigColl;
+   auto fc = coll.fecSessionConfig(id);
+   if (!fc) fc = coll.fecSessionConfigIs(id);
+   PwFwdEqvClassParams params;
+   params.mtuIs(c->mtu());
+   params.intfDescriptionIs(c->intfDescription());
+   bool up = c->adminPwStatus() > 25;
+   U32 flags = fc->pwStatusFlags();
+   flags = up ? (flags & ~acFaultFlags) : (flags | acFaultFlags);
+   LDP_TRACE(th, 6, " add/update fecSessionConfig: " << id << ", mtu: " << c->mtu()
+                       << ", label: " << c->localLabel() << ", params: " << params
+                       << ", status: " << U32(c->adminPwStatus()) << ", status-up: " << up);
+   fc->fecParamsIs(params);
+   fc->labelIs(c->localLabel());
+   fc->pwStatusMethodIs(in_.pwStatus->pwStatusMethod());
+   fc->pwStatusFlagsIs(Pseudowire::PseudowireLdpStatusFlags(flags));
+   fc->memberIs(pwMemberConfig_, true);
+}
+
+// A configuration that the pseudowire no longer uses loses its label, so
+// that the label machines withdraw it, and this machine's membership; it goes
+// once the withdraw is done.
+void PwConfigSm::retireLocalConfig(PwFecSessionId const& id) {
+   auto fc = in_.localPwFecSessionConfigColl->fecSessionConfig(id);
+   if (!fc) return;
+   LDP_TRACE(th, 5, " retire fecSessionConfig: " << id);
+   fc->labelIs(Nolu::MplsLabel::null());
+   fc->memberDel(pwMemberConfig_);
+}
+
+void PwConfigSm::removeLocalConfig() {
+   VEK_ASSERT(!initialized());
+   if (hasLocalId_) retireLocalConfig(localId_);
+   hasLocalId_ = false;
+}
+
+// ---- PwConfigSmManager
+
+PwConfigSmManager::PwConfigSmManager(U32 instId, Inputs const& in) : LdpSm(instId), in_(in) {
+   Vek::validPtr(in_.pwLdpConfig);
+   Vek::validPtr(in_.ldpIndex);
+   Vek::validPtr(in_.ldpSessionMsgPipeColl);
+   Vek::validPtr(in_.ldpSessionStatusColl);
+   Vek::validPtr(in_.pwConfigColl);
+   Vek::validPtr(in_.pwStatusColl);
+   Vek::validPtr(in_.pwConfigSmColl);
+   pwLdpConfigReactor_.init(this, in_.pwLdpConfig);
+   ldpIndexReactor_.init(this, Vek::Ptr<LdpIndex const>(in_.ldpIndex));
+   msgPipeReactor_.init(this, in_.ldpSessionMsgPipeColl);
+   handleInitialized();
+}
+
+void PwConfigSmManager::handleInitialized() {
+   LDP_HANDLER(th, "PwConfigSmManager::handleInitialized");
+   initialized_ = true;
+   for (auto it = in_.ldpIndex->peerToSessionIter(); it; ++it) handlePeerToSession(it.key());
+   for (auto it = in_.ldpSessionMsgPipeColl->msgPipeIter(); it; ++it) handleMsgPipe(it.key());
+   for (auto it = in_.pwLdpConfig->ldpRequestIter(); it; ++it) handlePwRequest(it.key());
+}
+
+void PwConfigSmManager::handlePwRequest(Pseudowire::PseudowireLdpRequestKey const& key) {
+   if (!initialized_) return;
+   LDP_HANDLER(th, "PwConfigSmManager::handlePwRequest " << key);
+   auto& index = *in_.ldpIndex;
+   auto req = in_.pwLdpConfig->ldpRequest(key);
+   if (req) {
+      request_.is(key, this, Vek::Ptr<Pseudowire::PseudowireLdpRequest const>(req), key,
+                  &PwConfigSmManager::handleRequestField);
+      index.peerToPwRequestIs(key.addr())->requestKeyIs(key, true);
+   } else {
+      request_.del(key);
+      if (auto set = index.peerToPwRequest(key.addr())) {
+         set->requestKeyDel(key);
+         if (set->requestKeySize() == 0) index.peerToPwRequestDel(key.addr());
+      }
+   }
+   checkCreatePwConfigSm(key);
+}
+
+void PwConfigSmManager::handlePeerToSession(Nolu::IpGenAddr const& addr) {
+   if (!initialized_) return;
+   auto set = in_.ldpIndex->peerToSession(addr);
+   if (set)
+      peerToSession_.is(addr, this, Vek::Ptr<LdpSessionIdSet const>(set), addr,
+                        &PwConfigSmManager::handlePeer);
+   else
+      peerToSession_.del(addr);
+   handlePeer(addr);
+}
+
+void PwConfigSmManager::handlePeer(Nolu::IpGenAddr const& addr) {
+   if (!initialized_) return;
+   auto set = in_.ldpIndex->peerToPwRequest(addr);
+   if (!set) return;
+   // The walk works on a copy: a check can change the set.
+   std::vector<Pseudowire::PseudowireLdpRequestKey> keys;
+   for (auto it = set->requestKeyIter(); it; ++it) keys.push_back(it.key());
+   for (auto const& k : keys) checkCreatePwConfigSm(k);
+}
+
+void PwConfigSmManager::handlePwKeyToPwFecSessionInfo(
+   Pseudowire::PseudowireLdpRequestKey const& key) {
+   if (!initialized_) return;
+   if (auto sm = in_.pwConfigSmColl->sm(key))
+      sm->pwFecSessionInfoMapIs(in_.ldpIndex->pwKeyToPwFecSessionInfo(key));
+}
+
+void PwConfigSmManager::handleMsgPipe(LdpSessionId const& sessionId) {
+   if (!initialized_) return;
+   auto ss = in_.ldpSessionStatusColl->sessionStatus(sessionId);
+   if (auto const* old = sessionAddr_.find(sessionId)) {
+      Nolu::IpGenAddr a = *old;
+      sessionAddr_.erase(sessionId);
+      handlePeer(a);
+   }
+   if (ss && in_.ldpSessionMsgPipeColl->msgPipe(sessionId)) {
+      sessionAddr_.emplace(sessionId, ss->peerIpAddr());
+      handlePeer(ss->peerIpAddr());
+   }
+}
+
+// A session to the request's neighbour that can carry label messages: a
+// known peer and a message pipe.
+bool PwConfigSmManager::validSession(Nolu::IpGenAddr const& addr, LdpSessionId* id) const {
+   auto set = in_.ldpIndex->peerToSession(addr);
+   if (!set) return false;
+   for (auto it = set->sessionIdIter(); it; ++it) {
+      LdpSessionId const& s = it.key();
+      if (s.lsrId() == 0 || !in_.ldpSessionMsgPipeColl->msgPipe(s)) continue;
+      *id = s;
+      return true;
+   }
+   return false;
+}
+
+void PwConfigSmManager::checkCreatePwConfigSm(Pseudowire::PseudowireLdpRequestKey const& key) {
+   if (!initialized_) return;
+   LdpSessionId newSessId;
+   bool valid = validSession(key.addr(), &newSessId);
+   auto req = in_.pwLdpConfig->ldpRequest(key);
+   auto sm = in_.pwConfigSmColl->sm(key);
+   if (req && valid) {
+      VEK_ASSERT(newSessId.lsrId() != 0);
+      auto config = in_.pwConfigColl->config(key);
+      if (sm && config && config->ldpSessionId() != newSessId) {
+         LDP_TRACE(th, 5, " pwKey: " << key << ", del pwConfigSm for session change");
+         delPwConfigSm(key);
+         sm = nullptr;
+      } else if (sm && config && config->pwType() != req->pwType()) {
+         // The PW type makes the copy: another type is another pseudowire.
+         LDP_TRACE(th, 5, " pwKey: " << key << ", del pwConfigSm for PW type change");
+         delPwConfigSm(key);
+         sm = nullptr;
+      }
+      if (!sm)
+         addPwConfigSm(key, newSessId);
+      else
+         updatePwConfig(key);
+      return;
+   }
+   if (!sm) return;
+   LDP_TRACE(th, 5, " pwKey: " << key << ", del pwConfigSm, validSessionExists=" << valid);
+   delPwConfigSm(key);
+}
+
+void PwConfigSmManager::addPwConfigSm(Pseudowire::PseudowireLdpRequestKey const& key,
+                                      LdpSessionId const& sessId) {
+   auto req = in_.pwLdpConfig->ldpRequest(key);
+   LDP_TRACE(th, 5, " pwKey: " << key << ", pwConfigSm with sessionId: " << sessId);
+   auto config = in_.pwConfigColl->configIs(key, req->pwType());
+   config->ldpSessionIdIs(sessId);
+   auto status = in_.pwStatusColl->statusIs(key);
+   updatePwConfig(key);
+   PwConfigSm::Inputs in;
+   in.key = key;
+   in.pwConfig = config;
+   in.pwStatus = status;
+   in.localPwFecSessionConfigColl = in_.localPwFecSessionConfigColl;
+   in.protoConfig = in_.protoConfig;
+   in.pwFecSessionInfoMap = in_.ldpIndex->pwKeyToPwFecSessionInfo(key);
+   in_.pwConfigSmColl->smIs(key, PwConfigSm::PwConfigSmIs(instId(), in));
+}
+
+void PwConfigSmManager::delPwConfigSm(Pseudowire::PseudowireLdpRequestKey const& key) {
+   in_.pwConfigSmColl->smDel(key);
+   in_.pwConfigColl->configDel(key);
+   in_.pwStatusColl->statusDel(key);
+}
+
+void PwConfigSmManager::updatePwConfig(Pseudowire::PseudowireLdpRequestKey const& key) {
+   auto req = in_.pwLdpConfig->ldpRequest(key);
+   auto config = in_.pwConfigColl->config(key);
+   if (!req || !config) return;
+   config->pwIdIs(key.pwId());
+   config->groupIdIs(req->groupId());
+   config->localLabelIs(req->localLabel());
+   config->mtuIs(req->mtu());
+   config->preferControlWordIs(req->preferControlWord());
+   config->intfDescriptionIs(req->intfDescription());
+   config->pwStatusTlvIs(req->pwStatusTlv());
+   config->adminPwStatusIs(req->status());
+}
+
+}  // namespace Ldp

@@ -1,0 +1,272 @@
+// Pseudowires signalled over LDP: a request becomes a targeted Hello target,
+// a Label Mapping with the PWid FEC and the response once the peer's label
+// matches; each mismatch and fault, status by Notification and by Withdraw,
+// the peer's restart and a change of our label, against a peer played by
+// the test and between two agents.
+#include "tests/sim/PwFixtures.h"
+
+using namespace LdpTest::Pw;
+
+namespace {
+
+// The agent (2.2.2.2) and a peer played by the test (1.1.1.1).
+struct PwFake : AgentAndFake {
+   void SetUp() override {
+      AgentAndFake::SetUp();
+      untilOperational();
+      fake.send({B::addressMsg(102, {IpAddr(1, 1, 1, 1), IpAddr(10, 0, 0, 1)})});
+      ASSERT_TRUE(fake.runUntil(
+         [&] { return ss() && ss()->sessionOpState() == sessionOpAddrExchanged_; }, 5.0));
+   }
+   // The label messages that the agent sent, parsed, from the n-th on.
+   std::vector<Ptr<LdpMsgParser>> sent(LdpMsgType type) {
+      std::vector<Ptr<LdpMsgParser>> out;
+      for (auto const& m : fake.rxMsgs())
+         if (m.type == type) out.push_back(ldpMsgParserGet(m.pkt, m.offset));
+      return out;
+   }
+   bool sentCount(LdpMsgType type, std::size_t n) {
+      return fake.runUntil([&] { return fake.rxCount(type) >= n; }, 5.0);
+   }
+   int status() { return pwStatus(b, "1.1.1.1", 7); }
+   Pseudowire::PseudowireLdpResponse const* response() { return pwResponse(b, "1.1.1.1", 7); }
+};
+
+TEST_F(PwFake, MappingRequestStatusAndLabelChangeOnTheWire) {
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 1));
+   // The mapping: the PWid FEC with the MTU, our label, the PW Status TLV.
+   auto m = sent(LdpLabelMapping_).back();
+   ASSERT_TRUE(m->validMsg());
+   auto pw = m->ldpFecTlvParser()->pwFwdEqvCls(0);
+   EXPECT_EQ(7u, pw.fwdEqvClass().pwId().value());
+   EXPECT_EQ(Pseudowire::pwTypeEthernet_, pw.fwdEqvClass().pwType());
+   EXPECT_FALSE(pw.fwdEqvClass().controlWord());
+   EXPECT_EQ(1500u, pw.fwdEqvClassParams().mtu());
+   EXPECT_EQ(5000u, m->genLabelTlv()->label().value());
+   ASSERT_TRUE(m->pwStatusTlv());
+   EXPECT_EQ(0u, m->pwStatusTlv()->flags());
+   EXPECT_FALSE(m->labelReqMsgIdTlv());
+   // A targeted Hello target serves the pseudowire; no remote end yet.
+   EXPECT_TRUE(b.status()->pwTargetConfigColl()->pwTargetHas(Nolu::IpGenAddr(IpAddr(1, 1, 1, 1))));
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorNoRemote; }, 2.0));
+
+   // A Label Request reaches the side that advertises the label, and is
+   // answered with the mapping that names it.
+   fake.send({pwLabelMsg(LdpLabelRequest_, 200, pwElement(7), 0)});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 2));
+   m = sent(LdpLabelMapping_).back();
+   ASSERT_TRUE(m->labelReqMsgIdTlv());
+   EXPECT_EQ(200u, m->labelReqMsgIdTlv()->msgId());
+
+   // The peer's mapping brings the pseudowire up.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 201, pwElement(7, 1500), 600, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   EXPECT_EQ(600u, response()->peerLabel().value());
+   EXPECT_EQ(1500u, response()->mtu());
+   EXPECT_EQ(Pseudowire::pwTypeEthernet_, response()->remotePwType());
+
+   // The peer's status by Notification: not forwarding, label and MTU kept.
+   fake.send({pwStatusNotification(202, pwElement(7), Pseudowire::pwStatusNotForwarding_)});
+   ASSERT_TRUE(
+      s.runUntil([&] { return status() == Pseudowire::connectorRemoteNotForwarding; }, 2.0));
+   EXPECT_EQ(600u, response()->peerLabel().value());
+   EXPECT_EQ(1500u, response()->mtu());
+   EXPECT_EQ(Pseudowire::pwStatusNotForwarding_, response()->pwStatusFlags());
+   fake.send({pwStatusNotification(203, pwElement(7), 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+
+   // Our attachment circuit down: a PW Status Notification, no Withdraw.
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000, .up = false});
+   ASSERT_TRUE(sentCount(LdpNotification_, 1));
+   auto n = sent(LdpNotification_).back();
+   ASSERT_TRUE(n->pwStatusTlv());
+   EXPECT_EQ(U32(Pseudowire::pwStatusAcRxFault_ | Pseudowire::pwStatusAcTxFault_),
+             n->pwStatusTlv()->flags());
+   EXPECT_EQ(7u, n->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass().pwId().value());
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpNotification_, 2));
+   EXPECT_EQ(0u, sent(LdpNotification_).back()->pwStatusTlv()->flags());
+   EXPECT_EQ(0u, fake.rxCount(LdpLabelWithdraw_));
+
+   // Our label changes: Withdraw of the old one, and the new mapping only
+   // after the peer's Release.
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5001});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 1));
+   EXPECT_EQ(5000u, sent(LdpLabelWithdraw_).back()->genLabelTlv()->label().value());
+   fake.runFor(1.0);
+   EXPECT_EQ(2u, fake.rxCount(LdpLabelMapping_));
+   fake.send({pwLabelMsg(LdpLabelRelease_, 204, pwElement(7), 5000)});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 3));
+   EXPECT_EQ(5001u, sent(LdpLabelMapping_).back()->genLabelTlv()->label().value());
+
+   // The peer's Withdraw is answered with a Release of its label; no label,
+   // no pseudowire.
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 205, pwElement(7), 600)});
+   ASSERT_TRUE(sentCount(LdpLabelRelease_, 1));
+   EXPECT_EQ(600u, sent(LdpLabelRelease_).back()->genLabelTlv()->label().value());
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorNoRemote; }, 2.0));
+   EXPECT_FALSE(response()->peerLabel().isValid());
+
+   // A Withdraw without a label releases whatever is held.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 206, pwElement(7), 601, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 207, pwElement(7), 0)});
+   ASSERT_TRUE(sentCount(LdpLabelRelease_, 2));
+   EXPECT_EQ(601u, sent(LdpLabelRelease_).back()->genLabelTlv()->label().value());
+
+   // The request gone: our label is withdrawn, the response and target go.
+   pwConfig(b)->ldpRequestDel(pwKey("1.1.1.1", 7));
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 2));
+   EXPECT_EQ(5001u, sent(LdpLabelWithdraw_).back()->genLabelTlv()->label().value());
+   fake.send({pwLabelMsg(LdpLabelRelease_, 208, pwElement(7), 5001)});
+   ASSERT_TRUE(s.runUntil([&] { return !response(); }, 2.0));
+   EXPECT_FALSE(b.status()->pwTargetConfigColl()->pwTargetHas(Nolu::IpGenAddr(IpAddr(1, 1, 1, 1))));
+   fake.runFor(1.0);
+   EXPECT_EQ(0u, b.status()->localPwFecSessionConfigColl()->fecSessionConfigSize());
+   EXPECT_EQ(0u, b.status()->remotePwFecSessionConfigColl()->fecSessionConfigSize());
+   EXPECT_EQ(stateOperational_, state());
+}
+
+TEST_F(PwFake, APeerWithoutStatusTlvGetsWithdrawsAndMismatchesAreTold) {
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 1));
+   // The peer's mapping has no PW Status TLV: faults go by Withdraw.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 300, pwElement(7), 700)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000, .up = false});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 1));
+   EXPECT_EQ(0u, fake.rxCount(LdpNotification_));
+   fake.send({pwLabelMsg(LdpLabelRelease_, 301, pwElement(7), 5000)});
+   fake.runFor(1.0);
+   // No mapping while the fault stands; one without the TLV once it clears.
+   EXPECT_EQ(1u, fake.rxCount(LdpLabelMapping_));
+   EXPECT_EQ(Pseudowire::connectorNoLocalMapping, status());
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 2));
+   EXPECT_FALSE(sent(LdpLabelMapping_).back()->pwStatusTlv());
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+
+   // The peer's FEC of another PW type, then another control word.
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 302, pwElement(7), 700)});
+   fake.send({pwLabelMsg(LdpLabelMapping_, 303, pwElement(7, 1500, 4), 701, 0)});
+   ASSERT_TRUE(
+      s.runUntil([&] { return status() == Pseudowire::connectorPwTypeMismatch; }, 2.0));
+   EXPECT_FALSE(response()->peerLabel().isValid());
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 304, pwElement(7, 1500, 4), 701)});
+   fake.send({pwLabelMsg(LdpLabelMapping_, 305, pwElement(7, 1500, 5, true), 702, 0)});
+   ASSERT_TRUE(
+      s.runUntil([&] { return status() == Pseudowire::connectorControlWordMismatch; }, 2.0));
+   // Beside a matching one, a mismatched FEC doesn't count.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 306, pwElement(7), 703, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   EXPECT_EQ(703u, response()->peerLabel().value());
+   // Messages for pseudowires that this side doesn't have leave nothing.
+   fake.send({pwLabelMsg(LdpLabelRelease_, 307, pwElement(99), 5)});
+   fake.send({pwLabelMsg(LdpLabelRequest_, 308, pwElement(98), 0)});
+   fake.runFor(1.0);
+   EXPECT_EQ(stateOperational_, state());
+   EXPECT_EQ(2u, fake.rxCount(LdpLabelMapping_));
+}
+
+// Two agents with pseudowires to each other.
+struct PwTwoAgents : TwoAgents {
+   void SetUp() override {
+      TwoAgents::SetUp();
+      a.ldp();
+      b.ldp();
+      ASSERT_TRUE(s.runUntil([&] { return bothOperational(); }, 60.0));
+   }
+   int statusA(U32 pwId = 10) { return pwStatus(a, "2.2.2.2", pwId); }
+   int statusB(U32 pwId = 10) { return pwStatus(b, "1.1.1.1", pwId); }
+   bool bothUp() { return statusA() == Pseudowire::connectorUp && statusB() == Pseudowire::connectorUp; }
+   bool both(int st) { return statusA() == st && statusB() == st; }
+};
+
+TEST_F(PwTwoAgents, RequestToResponseMismatchesFaultsAndRestarts) {
+   pwRequestIs(a, "2.2.2.2", {.label = 1000});
+   pwRequestIs(b, "1.1.1.1", {.label = 2000});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+   EXPECT_EQ(2000u, pwResponse(a, "2.2.2.2", 10)->peerLabel().value());
+   EXPECT_EQ(1000u, pwResponse(b, "1.1.1.1", 10)->peerLabel().value());
+   EXPECT_TRUE(a.status()->pwTargetConfigColl()->pwTargetHas(Nolu::IpGenAddr(IpAddr(2, 2, 2, 2))));
+
+   // Each mismatch, told on both sides, and back up.
+   pwRequestIs(b, "1.1.1.1", {.label = 2000, .type = Pseudowire::pwTypeEthernetTagged_});
+   ASSERT_TRUE(s.runUntil([&] { return both(Pseudowire::connectorPwTypeMismatch); }, 10.0));
+   pwRequestIs(b, "1.1.1.1", {.label = 2000, .controlWord = true});
+   ASSERT_TRUE(s.runUntil([&] { return both(Pseudowire::connectorControlWordMismatch); }, 10.0));
+   pwRequestIs(b, "1.1.1.1", {.label = 2000});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+   pwConfig(b)->ldpRequestDel(pwKey("1.1.1.1", 10));
+   pwRequestIs(b, "1.1.1.1", {.pwId = 11, .label = 2001});
+   ASSERT_TRUE(s.runUntil(
+      [&] { return statusA() == Pseudowire::connectorNoRemote && statusB(11) == Pseudowire::connectorNoRemote; },
+      10.0));
+   // No label: nothing advertised.
+   pwRequestIs(b, "1.1.1.1", {.pwId = 12});
+   ASSERT_TRUE(
+      s.runUntil([&] { return statusB(12) == Pseudowire::connectorNoLocalMapping; }, 10.0));
+   pwConfig(b)->ldpRequestDel(pwKey("1.1.1.1", 11));
+   pwConfig(b)->ldpRequestDel(pwKey("1.1.1.1", 12));
+   ASSERT_TRUE(s.runUntil([&] { return !pwResponse(b, "1.1.1.1", 11); }, 10.0));
+   pwRequestIs(b, "1.1.1.1", {.label = 2000});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+
+   // The peer's attachment circuit down: not forwarding, with its label.
+   pwRequestIs(b, "1.1.1.1", {.label = 2000, .up = false});
+   ASSERT_TRUE(
+      s.runUntil([&] { return statusA() == Pseudowire::connectorRemoteNotForwarding; }, 10.0));
+   EXPECT_EQ(2000u, pwResponse(a, "2.2.2.2", 10)->peerLabel().value());
+   EXPECT_EQ(Pseudowire::connectorUp, statusB());
+   pwRequestIs(b, "1.1.1.1", {.label = 2000});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+
+   // Our label changes; the peer follows.
+   pwRequestIs(a, "2.2.2.2", {.label = 1100});
+   ASSERT_TRUE(s.runUntil(
+      [&] { return bothUp() && pwResponse(b, "1.1.1.1", 10)->peerLabel().value() == 1100; }, 10.0));
+
+   // The session breaks and comes back; then LDP of the peer stops and starts.
+   resetConnections();
+   ASSERT_TRUE(s.runUntil([&] { return statusA() != Pseudowire::connectorUp; }, 10.0));
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 60.0));
+   b.config()->enabledIs(false);
+   ASSERT_TRUE(s.runUntil([&] { return statusA() != Pseudowire::connectorUp; }, 10.0));
+   EXPECT_FALSE(pwResponse(b, "1.1.1.1", 10));
+   b.config()->enabledIs(true);
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 60.0));
+   EXPECT_EQ(1100u, pwResponse(b, "1.1.1.1", 10)->peerLabel().value());
+
+   // The peer gives the pseudowire up: it withdraws, we release, no remote.
+   pwConfig(b)->ldpRequestDel(pwKey("1.1.1.1", 10));
+   ASSERT_TRUE(s.runUntil([&] { return statusA() == Pseudowire::connectorNoRemote; }, 10.0));
+   EXPECT_FALSE(pwResponse(b, "1.1.1.1", 10));
+   EXPECT_FALSE(b.status()->pwTargetConfigColl()->pwTargetHas(Nolu::IpGenAddr(IpAddr(1, 1, 1, 1))));
+   s.runFor(1.0);
+   EXPECT_EQ(0u, b.status()->localPwFecSessionConfigColl()->fecSessionConfigSize());
+   EXPECT_EQ(0u, a.status()->remotePwFecSessionConfigColl()->fecSessionConfigSize());
+}
+
+TEST_F(PwTwoAgents, StatusByWithdrawWhenOneSideHasNoStatusTlv) {
+   pwRequestIs(a, "2.2.2.2", {.label = 1000});
+   pwRequestIs(b, "1.1.1.1", {.label = 2000, .statusTlv = false});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+   // The side with the TLV learns that its peer has none.
+   auto const* pwc = a.status()->pwStatusColl()->status(pwKey("2.2.2.2", 10)).ptr();
+   ASSERT_TRUE(pwc);
+   EXPECT_EQ(pwStatusMethodWithdraw_, pwc->pwStatusMethod());
+   // Its fault withdraws its label: the peer has no label from it.
+   pwRequestIs(a, "2.2.2.2", {.label = 1000, .up = false});
+   ASSERT_TRUE(s.runUntil(
+      [&] {
+         auto const* r = pwResponse(b, "1.1.1.1", 10);
+         return r && r->status() != Pseudowire::connectorUp && !r->peerLabel().isValid();
+      },
+      10.0));
+   EXPECT_EQ(Pseudowire::connectorNoLocalMapping, statusA());
+   pwRequestIs(a, "2.2.2.2", {.label = 1000});
+   ASSERT_TRUE(s.runUntil([&] { return bothUp(); }, 10.0));
+}
+
+}  // namespace
