@@ -472,13 +472,13 @@ RunFigures runBurst(bool ours, unsigned n) {
    }
    Bench::LdpCapture c = cap.read();
    Delivery d = deliveryOf(c, 0, kLutRoutes, n);
+   f.set("burst.end" + tag, t1 - t0);
    if (!sends || d.distinct == 0) {
       f.fail("burst" + tag, ours ? kNotBuilt : "no mappings received");
       f.fail("burst.count" + tag, ours ? kNotBuilt : "no mappings received");
    } else {
       f.set("burst.count" + tag, double(d.distinct));
       f.set("burst.start" + tag, d.last - t0);
-      f.set("burst.end" + tag, t1 - t0);
       if (d.distinct == n)
          f.set("burst" + tag, d.last - t1);
       else
@@ -486,12 +486,15 @@ RunFigures runBurst(bool ours, unsigned n) {
                                   " received");
    }
 
-   // At rest: N FECs and one session.
+   // At rest: the FECs of the burst and one session. Per FEC that the LSR
+   // has: FRR's may have lost some of the burst.
    pause(2.0);
    Memory after = memoryOf(kLut);
+   long fecs = rig.lut->labelledFecs();
+   double per = fecs > 0 ? double(std::min<long>(fecs, n)) : d.distinct ? double(d.distinct) : n;
    f.set("rest.total" + tag, after.ldp);
-   f.set("rest" + tag, (after.ldp - before.ldp) / n);
-   f.set("rest.zebra" + tag, (after.zebra - before.zebra) / n);
+   f.set("rest" + tag, (after.ldp - before.ldp) / per);
+   f.set("rest.zebra" + tag, (after.zebra - before.zebra) / per);
 
    // The session cleared: everything again on the new one.
    if (!sends) {
