@@ -21,6 +21,7 @@ Agent::Agent(std::string const& name) : AgentBase::CAgent(name) { entityTypesReg
 Agent::~Agent() {
    ldpRootSm_ = nullptr;
    ldpProtoConfigSmManager_ = nullptr;
+   ldpEventMonSmManager_ = nullptr;
    aclConfigAggregatorSm_ = nullptr;
    fecModeRestartSm_ = nullptr;
    fecModeSm_ = nullptr;
@@ -153,8 +154,11 @@ void Agent::doMountsComplete(Ombra::MountStatus mountStatus,
       Acl::AclConfigAggregatorSm::AclConfigAggregatorSmIs(aclInputDir_, aclCliInput_, aclConfig_);
    madeLog_.push_back("aclConfigAggregatorSm");
 
-   // NOT YET WRITTEN - the event monitor manager goes here, first of the three:
-   //    ldpEventMonSmManagerIs(0, ldpConfigColl, ldpProtoConfigColl, ldpStatusColl)
+   // The event monitor first of the three, so that it sees the others' first
+   // changes.
+   ldpEventMonSmManager_ = LdpEventMonSmManager::LdpEventMonSmManagerIs(
+      0, ldpConfigColl_, ldpProtoConfigColl_, ldpStatusColl_, ldpEventMonLog_);
+   madeLog_.push_back("ldpEventMonSmManager");
 
    // The protocol configuration manager comes before the root, so that the
    // protocol configuration records exist when the root first looks.

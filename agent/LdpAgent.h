@@ -10,6 +10,7 @@
 #include "agent/LdpProtoConfigSm.h"
 #include "agent/LdpRootSm.h"
 #include "agent/RuvoFecMode.h"
+#include "aux/LdpEventMonSm.h"
 #include "entities/EntityTypes.h"
 #include "runtime/agent/AgentBase.h"
 #include "runtime/agent/Scheduling.h"
@@ -36,6 +37,11 @@ class Agent : public AgentBase::CAgent {
       return allIntfStatusLocalDir_;
    }
    Vek::Ptr<Ruvo::FecModeSm> const& fecModeSm() const { return fecModeSm_; }
+   // The event monitor and its lines, which exist from the agent's making.
+   Vek::Ptr<LdpEventMonSmManager> const& ldpEventMonSmManager() const {
+      return ldpEventMonSmManager_;
+   }
+   LdpEventMonLog* ldpEventMonLog() const { return ldpEventMonLog_.ptr(); }
    Vek::Ptr<Ruvo::FecModeRestartSm> const& fecModeRestartSm() const { return fecModeRestartSm_; }
    Vek::Ptr<Acl::AclConfigAggregatorSm> const& aclConfigAggregatorSm() const {
       return aclConfigAggregatorSm_;
@@ -151,6 +157,8 @@ class Agent : public AgentBase::CAgent {
    Vek::Ptr<Ruvo::FecModeSm> fecModeSm_;
    Vek::Ptr<Ruvo::FecModeRestartSm> fecModeRestartSm_;
    Vek::Ptr<Acl::AclConfigAggregatorSm> aclConfigAggregatorSm_;
+   Vek::Ptr<LdpEventMonLog> ldpEventMonLog_{new LdpEventMonLog};
+   Vek::Ptr<LdpEventMonSmManager> ldpEventMonSmManager_;
    Vek::Ptr<LdpProtoConfigSmManager> ldpProtoConfigSmManager_;
    Vek::Ptr<LdpRootSm> ldpRootSm_;
    static bool holdReservePhase_;

@@ -44,7 +44,11 @@ void LdpProtoConfigSm::handleInitialized() {
       startupDelay_ = true;
       inputTimerTask_->scheduleTaskDelay(delay_);
    } else {
-      handleConfig();
+      // Evaluate once the manager has handed over the VRF's IP and VRF
+      // status: evaluating now would find them missing and stop LDP in a VRF
+      // whose root the record's first appearance has just made.
+      immediateProcess_ = true;
+      inputTimerTask_->scheduleTaskDelay(0.0);
    }
 }
 

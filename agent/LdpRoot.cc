@@ -51,6 +51,7 @@ LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
    ldpAdjSmColl_.is(ldpSmCollIs<LdpAdjSmColl>("lasc"));
    pwConfigSmColl_.is(ldpSmCollIs<PwConfigSmColl>("pwcsc"));
    pwFecSessionSmColl_.is(ldpSmCollIs<PwFecSessionSmColl>("pwfssc"));
+   ldpLinkReadySmColl_.is(ldpSmCollIs<LdpLinkReadySmColl>("llrsc"));
    ldpProtoParam_ = new LdpProtoParamConfig("lpp");
    discoveryAclFilter_ = new DiscoveryAclFilter(in_.aclConfig);
    ldpPduPamColl_ = new LdpPduPamColl("lpppq");
@@ -69,6 +70,20 @@ void LdpRoot::handleInitialized() {
    LDP_HANDLER(th, "LdpRoot::handleInitialized " << in_.vrfName);
    initialized_ = true;
    Status* st = in_.status.ptr();
+
+   // The published bindings, in the default VRF only.
+   if (in_.labelBindingTable) {
+      LdpTesh::LdpLibProducerSm::Inputs pi;
+      pi.localLabelBindingTable = st->localLabelBindingTable();
+      pi.peerLabelBindingTableColl = st->peerLabelBindingTableColl();
+      pi.labelBindingTable = in_.labelBindingTable;
+      lbtProducerSm_.is(LdpTesh::LdpLibProducerSm::LdpLibProducerSmIs(instId(), pi));
+      madeLog_.push_back("lbtProducerSm");
+      lbtAdvertiseProducerSm_.is(
+         LdpTesh::LdpLibAdvertisementProducerSm::LdpLibAdvertisementProducerSmIs(
+            instId(), st->localAdvertisement(), in_.labelBindingTable));
+      madeLog_.push_back("lbtAdvertiseProducerSm");
+   }
 
    LdpIndexSm::Inputs ix;
    ix.ldpIndex = st->index();
@@ -220,6 +235,8 @@ void LdpRoot::handleInitialized() {
    smi.ldpFecConfigColl = st->ldpFecConfigColl();
    smi.ldpFecMsgPipeColl = ldpFecMsgPipeColl_;
    smi.pwFecSessionMsgPipeColl = pwFecSessionMsgPipeColl_;
+   smi.p2mpFecSessionLocalLabelMsgPipeColl = p2mpFecSessionLocalLabelMsgPipeColl_;
+   smi.p2mpFecSessionRemoteLabelMsgPipeColl = p2mpFecSessionRemoteLabelMsgPipeColl_;
    smi.scheduler = in_.scheduler;
    ldpSessionSmManager_.is(LdpSessionSmManager::LdpSessionSmManagerIs(instId(), smi));
    madeLog_.push_back("ldpSessionSmManager");
@@ -343,6 +360,41 @@ void LdpRoot::handleInitialized() {
    ldpTargetServerConfigSm_.is(LdpTargetServerConfigSm::LdpTargetServerConfigSmIs(
       instId(), in_.protoConfig, st->ldpTargetConfigColl(), st->ldpTargetServerConfig()));
    madeLog_.push_back("ldpTargetServerConfigSm");
+
+   if (in_.ldpLinkReadyStatusColl) {
+      LdpLinkReadySmManager::Inputs lr;
+      lr.protoConfig = in_.protoConfig;
+      lr.ldpLinkConfigColl = st->ldpLinkConfigColl();
+      lr.ldpSessionStatusColl = st->ldpSessionStatusColl();
+      lr.ldpAdjStatusColl = st->ldpAdjStatusColl();
+      lr.ldpIndex = st->index();
+      lr.ldpLinkReadyStatusColl = in_.ldpLinkReadyStatusColl;
+      lr.ldpLinkReadySmColl = Vek::Ptr<LdpLinkReadySmColl>(ldpLinkReadySmColl_.get());
+      lr.scheduler = in_.scheduler;
+      ldpLinkReadySmManager_.is(LdpLinkReadySmManager::LdpLinkReadySmManagerIs(instId(), lr));
+      madeLog_.push_back("ldpLinkReadySmManager");
+   }
+
+   // The multicast frame.
+   ldpP2mpFecStateSm_.is(LdpP2mpFecStateSm::LdpP2mpFecStateSmIs(instId(), st->p2mpFecStateColl()));
+   madeLog_.push_back("ldpP2mpFecStateSm");
+   p2mpFecStateCollSm_.is(
+      LdpP2mpFecStateCollSm::LdpP2mpFecStateCollSmIs(instId(), st->p2mpFecStateColl()));
+   madeLog_.push_back("p2mpFecStateCollSm");
+   ldpP2mpLfibGenSm_.is(LdpP2mpLfibGenSm::LdpP2mpLfibGenSmIs(instId(), in_.p2mpLfibStatus,
+                                                             st->p2mpFecSessionLocalStateColl()));
+   madeLog_.push_back("ldpP2mpLfibGenSm");
+   ldpP2mpLabelBindingTableSm_.is(LdpP2mpLabelBindingTableSm::LdpP2mpLabelBindingTableSmIs(
+      instId(), st->p2mpPeerLabelBindingTableColl(), in_.p2mpLabelBindingTable));
+   madeLog_.push_back("ldpP2mpLabelBindingTableSm");
+   ldpP2mpFecSessionLocalStateSm_.is(
+      LdpP2mpFecSessionLocalStateSm::LdpP2mpFecSessionLocalStateSmIs(
+         instId(), st->p2mpFecStateColl(), st->p2mpFecSessionLocalStateColl()));
+   madeLog_.push_back("ldpP2mpFecSessionLocalStateSm");
+   ldpP2mpFecSessionRemoteStateSm_.is(
+      LdpP2mpFecSessionRemoteStateSm::LdpP2mpFecSessionRemoteStateSmIs(
+         instId(), st->p2mpFecSessionRemoteStateColl()));
+   madeLog_.push_back("ldpP2mpFecSessionRemoteStateSm");
 
    // Pseudowire requests name no VRF: they are signalled in the default one.
    if (in_.pwLdpConfig && in_.pwLdpStatus && in_.vrfName == L3::VrfName(L3::defaultVrfName()))

@@ -32,6 +32,10 @@
 #include "pw/PwLdpRequestSm.h"
 #include "pw/PwLdpResponseSm.h"
 #include "aux/LdpIpIntfStatusSm.h"
+#include "aux/LdpLinkReadySm.h"
+#include "aux/LdpP2mpSm.h"
+#include "label/LdpLibAdvertisementProducerSm.h"
+#include "label/LdpLibProducerSm.h"
 #include "session/LdpPduPamManager.h"
 #include "session/LdpSessionConfigSm.h"
 #include "session/LdpTcpConnSm.h"
@@ -70,6 +74,11 @@ struct LdpRootInputs {
    Vek::Ptr<Tunnel::TunnelTable::TunnelRib const> srTunnelRib;
    Vek::Ptr<Hesk::TaskScheduler> scheduler;
    Vek::Ptr<Hesk::TimerWheel> timerWheel;
+   // The shared tables of the forwarding side: the default VRF's only, null
+   // in other VRFs.
+   Vek::Ptr<Mpls::LfibStatus> p2mpLfibStatus;
+   Vek::Ptr<LdpP2mpLabelBindingTable> p2mpLabelBindingTable;
+   Vek::Ptr<LdpTesh::LdpLabelBindingTable> labelBindingTable;
 };
 
 class LdpRoot : public LdpSm {
@@ -144,6 +153,19 @@ class LdpRoot : public LdpSm {
    PwConfigSmManager* pwConfigSmManager() const { return pwConfigSmManager_.get(); }
    PwFecSessionSmManager* pwFecSessionSmManager() const { return pwFecSessionSmManager_.get(); }
    PwLdpResponseSm* pwLdpResponseSm() const { return pwLdpResponseSm_.get(); }
+   // Link readiness, the published bindings and the multicast frame.
+   LdpLinkReadySmColl* ldpLinkReadySmColl() const { return ldpLinkReadySmColl_.get(); }
+   LdpLinkReadySmManager* ldpLinkReadySmManager() const { return ldpLinkReadySmManager_.get(); }
+   LdpTesh::LdpLibProducerSm* lbtProducerSm() const { return lbtProducerSm_.get(); }
+   LdpTesh::LdpLibAdvertisementProducerSm* lbtAdvertiseProducerSm() const {
+      return lbtAdvertiseProducerSm_.get();
+   }
+   LdpP2mpFecSessionLocalLabelMsgPipeColl* p2mpFecSessionLocalLabelMsgPipeColl() const {
+      return p2mpFecSessionLocalLabelMsgPipeColl_.ptr();
+   }
+   LdpP2mpFecSessionRemoteLabelMsgPipeColl* p2mpFecSessionRemoteLabelMsgPipeColl() const {
+      return p2mpFecSessionRemoteLabelMsgPipeColl_.ptr();
+   }
    // The namespace in which the VRF's channels open: the agent's own
    // namespace, which a host knows as the one the process runs in.
    Nolu::NamespaceName channelNetNs() const;
@@ -182,6 +204,10 @@ class LdpRoot : public LdpSm {
    Vek::SmChild<LdpLinkSmColl> ldpLinkSmColl_{this};
    Vek::SmChild<LdpTargetSmColl> ldpTargetSmColl_{this};
    Vek::SmChild<LdpAdjSmColl> ldpAdjSmColl_{this};
+   Vek::SmChild<LdpLinkReadySmColl> ldpLinkReadySmColl_{this};
+
+   Vek::SmChild<LdpTesh::LdpLibProducerSm> lbtProducerSm_{this};
+   Vek::SmChild<LdpTesh::LdpLibAdvertisementProducerSm> lbtAdvertiseProducerSm_{this};
 
    Vek::SmChild<LdpIndexSm> ldpIndexSm_{this};
    Vek::SmChild<LdpPamDesiredIntfSm> ldpPamDesiredIntfSm_{this};
@@ -221,6 +247,13 @@ class LdpRoot : public LdpSm {
    Vek::SmChild<PwConfigSmManager> pwConfigSmManager_{this};
    Vek::SmChild<PwFecSessionSmManager> pwFecSessionSmManager_{this};
    Vek::SmChild<PwLdpResponseSm> pwLdpResponseSm_{this};
+   Vek::SmChild<LdpLinkReadySmManager> ldpLinkReadySmManager_{this};
+   Vek::SmChild<LdpP2mpFecStateSm> ldpP2mpFecStateSm_{this};
+   Vek::SmChild<LdpP2mpFecStateCollSm> p2mpFecStateCollSm_{this};
+   Vek::SmChild<LdpP2mpLfibGenSm> ldpP2mpLfibGenSm_{this};
+   Vek::SmChild<LdpP2mpLabelBindingTableSm> ldpP2mpLabelBindingTableSm_{this};
+   Vek::SmChild<LdpP2mpFecSessionLocalStateSm> ldpP2mpFecSessionLocalStateSm_{this};
+   Vek::SmChild<LdpP2mpFecSessionRemoteStateSm> ldpP2mpFecSessionRemoteStateSm_{this};
    std::vector<std::string> madeLog_;
 };
 

@@ -74,7 +74,14 @@ void LdpRootSm::handleInitialized() {
    in_.ldpAgentStatus->numStartupsInc(1);
 }
 
-void LdpRootSm::reservePhaseEnd() { labelAllocGlobalStatus_->stateIs(labelAllocReady_); }
+// A VRF's state that a restart preloaded and no root took on goes now.
+void LdpRootSm::reservePhaseEnd() {
+   labelAllocGlobalStatus_->stateIs(labelAllocReady_);
+   std::vector<L3::VrfName> orphans;
+   for (auto it = in_.ldpStatusColl->statusIter(); it; ++it)
+      if (!ldpRoot_.find(it.key())) orphans.push_back(it.key());
+   for (auto const& vrf : orphans) handleConfig(vrf);
+}
 
 void LdpRootSm::handleDelete() {
    initialized_ = false;
@@ -211,6 +218,19 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
       ri.forwardingStatus = in_.teshEntityManager->getEntity<Tesh::Fib::ForwardingStatus>(fwdPath);
    }
 
+   // The shared tables of the forwarding side, for the default VRF only.
+   if (isDefault && in_.teshEntityManager) {
+      auto& tm = *in_.teshEntityManager;
+      tm.doMount("mpls/ldp/ldpBindingTables", "Ldp::LdpTesh::LdpLabelBindingTable");
+      tm.doMount("mpls/ldp/ldpP2mpBindingTables", "Ldp::LdpP2mpLabelBindingTable");
+      tm.doMount("mpls/protoLfibInputDir/mldp", "Mpls::LfibStatus");
+      ri.labelBindingTable =
+         Vek::validPtr(tm.getEntity<LdpTesh::LdpLabelBindingTable>("mpls/ldp/ldpBindingTables"));
+      ri.p2mpLabelBindingTable =
+         Vek::validPtr(tm.getEntity<LdpP2mpLabelBindingTable>("mpls/ldp/ldpP2mpBindingTables"));
+      ri.p2mpLfibStatus = Vek::validPtr(tm.getEntity<Mpls::LfibStatus>("mpls/protoLfibInputDir/mldp"));
+   }
+
    ri.vrfName = vrf;
    ri.netNs = netNs;
    ri.config = in_.ldpConfigColl ? in_.ldpConfigColl->config(vrf) : nullptr;
@@ -241,7 +261,21 @@ void LdpRootSm::handleVrfCreate(L3::VrfName const& vrf) {
 void LdpRootSm::handleVrfDelete(L3::VrfName const& vrf) {
    auto root = ldpRoot_.find(vrf);
    if (!root && !in_.ldpStatusColl->statusHas(vrf)) return;
+   // The labels a restart preloaded wait for the root that claims them until
+   // the reserve phase ends.
+   if (!root && labelAllocGlobalStatus_->state() != labelAllocReady_) return;
    LDP_HANDLER(th, "LdpRootSm::handleVrfDelete " << vrf);
+   if (vrf == L3::defaultVrfName() && in_.teshEntityManager) {
+      // The shared tables go before the root: its machines then end with the
+      // tables gone from shared memory.
+      auto& tm = *in_.teshEntityManager;
+      tm.cleanup("mpls/ldp/ldpP2mpBindingTables");
+      tm.doUnmount("mpls/ldp/ldpP2mpBindingTables");
+      // The multicast forwarding input stays, unmounted, for its reader.
+      tm.doUnmount("mpls/protoLfibInputDir/mldp");
+      tm.cleanup("mpls/ldp/ldpBindingTables");
+      tm.doUnmount("mpls/ldp/ldpBindingTables");
+   }
    if (vrf != L3::defaultVrfName() && in_.teshEntityManager) {
       std::string routePath = "routing/vrf/status/" + vrf;
       in_.teshEntityManager->doUnmount(routePath);

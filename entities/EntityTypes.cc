@@ -36,6 +36,9 @@ void entityTypesRegister() {
    typeRegister<Tesh::Fib::ForwardingStatus>("Tesh::Fib::ForwardingStatus");
    typeRegister<Tesh::Fib::FecModeStatus>("Tesh::Fib::FecModeStatus");
    typeRegister<LdpP2mpInternalLabelBindingTableColl>("Ldp::LdpP2mpInternalLabelBindingTableColl");
+   typeRegister<LdpTesh::LdpLabelBindingTable>("Ldp::LdpTesh::LdpLabelBindingTable");
+   typeRegister<LdpP2mpLabelBindingTable>("Ldp::LdpP2mpLabelBindingTable");
+   typeRegister<Mpls::LfibStatus>("Mpls::LfibStatus");
 }
 
 }  // namespace Ldp

@@ -2,6 +2,7 @@
 // All entity declarations in one include, and the registration of the types
 // that the agent mounts or creates by name.
 #include "entities/LdpStatus.h"
+#include "entities/LdpTesh.h"
 
 namespace Ldp {
 

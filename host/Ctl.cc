@@ -4,6 +4,8 @@
 #include <iostream>
 #include <sstream>
 
+#include <unistd.h>
+
 #include "host/Control.h"
 #include "host/Show.h"
 
@@ -95,6 +97,34 @@ int runCtl(std::vector<std::string> const& argsIn, std::ostream& out, std::ostre
    }
    ControlReply reply;
    std::string reason;
+   if (verb == "show" && command.find(" --follow") != std::string::npos) {
+      // Follows the event monitor: asks for the lines after the last one
+      // seen, once a second, until interrupted.
+      std::string base = command;
+      base.erase(base.find(" --follow"), 9);
+      U64 after = 0;
+      bool first = true;
+      for (;;) {
+         std::string c = base + " --raw";
+         if (!first) c += " --after " + std::to_string(after);
+         if (!controlRequest(socket, c, "", &reply, &reason)) {
+            err << "ldpctl: " << reason << "\n";
+            return 3;
+         }
+         if (!reply.ok) {
+            err << reply.body;
+            return 1;
+         }
+         std::istringstream in(reply.body);
+         std::string head, line;
+         in >> head >> after;
+         std::getline(in, line);
+         while (std::getline(in, line)) out << line << "\n";
+         out.flush();
+         first = false;
+         ::sleep(1);
+      }
+   }
    if (!controlRequest(socket, command, text, &reply, &reason)) {
       err << "ldpctl: " << reason << "\n";
       return 3;

@@ -53,7 +53,7 @@ std::string errorsText(std::vector<ConfigError> const& errors, std::string const
 
 std::string agentUsage() {
    return "usage: ldp-agent --config FILE [--socket PATH] [--state-dir DIR] [--trace FILE]\n"
-          "                 [--trace-level MODULE=N ...]\n"
+          "                 [--trace-level MODULE=N ...] [--event-log FILE [--event-log-size BYTES]]\n"
           "  --config FILE        the configuration (see examples/ldp.conf)\n"
           "  --socket PATH        the control socket of ldpctl (default " +
           std::string(defaultSocketPath) +
@@ -62,7 +62,9 @@ std::string agentUsage() {
           std::string(defaultStateDir) +
           ")\n"
           "  --trace FILE         the text trace ('-' for standard error)\n"
-          "  --trace-level M=N    trace level 0-9 of module M ('*' for all)\n";
+          "  --trace-level M=N    trace level 0-9 of module M ('*' for all)\n"
+          "  --event-log FILE     the event monitor's lines, rotated to FILE.1 by size\n"
+          "  --event-log-size N   the size at which the event log rotates (default 1 MiB)\n";
 }
 
 bool parseAgentOptions(std::vector<std::string> const& args, AgentOptions* opts,
@@ -85,6 +87,18 @@ bool parseAgentOptions(std::vector<std::string> const& args, AgentOptions* opts,
          if (!value(&opts->stateDir)) return false;
       } else if (a == "--trace") {
          if (!value(&opts->traceFile)) return false;
+      } else if (a == "--event-log") {
+         if (!value(&opts->eventLogFile)) return false;
+      } else if (a == "--event-log-size") {
+         std::string v;
+         if (!value(&v)) return false;
+         std::size_t n = 0;
+         auto [p, ec] = std::from_chars(v.data(), v.data() + v.size(), n);
+         if (ec != std::errc() || p != v.data() + v.size() || n < 1024) {
+            *error = "--event-log-size takes a number of bytes of at least 1024, not '" + v + "'";
+            return false;
+         }
+         opts->eventLogMaxBytes = n;
       } else if (a == "--trace-level") {
          std::string v;
          if (!value(&v)) return false;
@@ -109,6 +123,39 @@ bool parseAgentOptions(std::vector<std::string> const& args, AgentOptions* opts,
       return false;
    }
    return true;
+}
+
+// ---- Event log file ----
+
+RotatingFile::~RotatingFile() {
+   if (f_) std::fclose(f_);
+}
+
+bool RotatingFile::open(std::string* reason) {
+   f_ = std::fopen(path_.c_str(), "a");
+   if (!f_) {
+      *reason = "can't open the event log " + path_ + ": " + strerror(errno);
+      return false;
+   }
+   std::setvbuf(f_, nullptr, _IOLBF, 0);
+   struct stat st;
+   size_ = ::stat(path_.c_str(), &st) == 0 ? std::size_t(st.st_size) : 0;
+   return true;
+}
+
+void RotatingFile::line(std::string const& text) {
+   if (!f_) return;
+   if (size_ > 0 && size_ + text.size() + 1 > maxBytes_) {
+      std::fclose(f_);
+      ::rename(path_.c_str(), (path_ + ".1").c_str());
+      f_ = std::fopen(path_.c_str(), "w");
+      size_ = 0;
+      if (!f_) return;
+      std::setvbuf(f_, nullptr, _IOLBF, 0);
+   }
+   std::fputs(text.c_str(), f_);
+   std::fputc('\n', f_);
+   size_ += text.size() + 1;
 }
 
 // ---- State directory ----
@@ -382,6 +429,8 @@ class AgentHost {
    std::unique_ptr<ConfigApplier> applier_;
    std::unique_ptr<HostVrfManager> vrfs_;
    std::unique_ptr<ControlServer> control_;
+   Vek::Ptr<MplsForwardingSm> forwarding_;
+   std::unique_ptr<RotatingFile> eventLog_;
    U64 commandId_ = 0;
 };
 
@@ -480,7 +529,7 @@ ControlReply AgentHost::handle(std::string const& command, std::string const& te
    std::string const& verb = w[0];
    if (verb == "ping") return {true, "pong\n"};
    if (verb == "show") {
-      ShowContext ctx{agent(), applier_.get()};
+      ShowContext ctx{agent(), applier_.get(), forwarding_.ptr()};
       std::string out;
       bool ok = runShow(std::vector<std::string>(w.begin() + 1, w.end()), json, ctx, &out);
       if (!ok) out += "\n";
@@ -570,6 +619,18 @@ int AgentHost::run() {
       return 1;
    }
    agent_ = Vek::ptr_cast<Ldp::Agent>(runner_->agent());
+   if (!opts_.eventLogFile.empty()) {
+      eventLog_ = std::make_unique<RotatingFile>(opts_.eventLogFile, opts_.eventLogMaxBytes);
+      if (!eventLog_->open(&reason)) {
+         std::cerr << "ldp-agent: " << reason << "\n";
+         return 2;
+      }
+      // What the monitor wrote while the agent started, then every line.
+      for (auto const& l : agent_->ldpEventMonLog()->lines()) eventLog_->line(eventLineText(l));
+      RotatingFile* f = eventLog_.get();
+      agent_->ldpEventMonLog()->sinkIs(
+         [f](Ldp::LdpEventMonLog::Line const& l) { f->line(eventLineText(l)); });
+   }
    if (!state.numStartupsIs(agent_->ldpAgentStatus()->numStartups(), &reason))
       std::cerr << "ldp-agent: " << reason << "\n";
 
@@ -594,6 +655,7 @@ int AgentHost::run() {
    HostVrfManager* vm = vrfs_.get();
    targets.vrfNetnsIs = [vm](std::map<std::string, std::string> const& m) { vm->vrfNetnsIs(m); };
    applier_ = std::make_unique<ConfigApplier>(targets);
+   forwarding_ = Vek::Ptr<MplsForwardingSm>(new MplsForwardingSm(store_, agent_.ptr()));
    std::vector<ConfigError> errors;
    applier_->applyText(text, true, errors);
 
@@ -617,6 +679,10 @@ int AgentHost::run() {
              << ", exiting\n";
    control_.reset();
    keeper.reset();
+   // The kernel keeps no label route of a stopped agent.
+   forwarding_->removeAll();
+   forwarding_ = nullptr;
+   agent_->ldpEventMonLog()->sinkIs(nullptr);
    state.saveLabelState(*store_);
    responder_ = nullptr;
    agent_ = nullptr;

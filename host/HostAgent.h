@@ -25,6 +25,26 @@ struct AgentOptions {
    std::string stateDir = defaultStateDir;
    std::string traceFile;
    std::vector<std::pair<std::string, int>> traceLevels;
+   // The event monitor's lines, in a file rotated (to FILE.1) by size.
+   std::string eventLogFile;
+   std::size_t eventLogMaxBytes = 1 << 20;
+};
+
+// Appends lines to a file, moving it to FILE.1 when it would grow past its
+// size, so that two files of at most the size are kept.
+class RotatingFile {
+ public:
+   RotatingFile(std::string path, std::size_t maxBytes)
+      : path_(std::move(path)), maxBytes_(maxBytes) {}
+   ~RotatingFile();
+   bool open(std::string* reason);
+   void line(std::string const& text);
+
+ private:
+   std::string path_;
+   std::size_t maxBytes_;
+   std::FILE* f_ = nullptr;
+   std::size_t size_ = 0;
 };
 
 // Reads the command line of ldp-agent; false with a message for bad usage.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <ctime>
 #include <cstdio>
 #include <list>
 #include <memory>
@@ -671,6 +673,71 @@ Node interfaces(ShowContext const& ctx) {
    return top;
 }
 
+Node forwarding(ShowContext const& ctx) {
+   Node top = Node::object();
+   auto const* f = ctx.forwarding;
+   top.set("programmed", f ? f->programmed() : false);
+   top.set("reason", f ? f->reason() : std::string("the agent has no forwarding consumer"));
+   top.set("platformLabels", U32(f ? f->platformLabels() : 0));
+   Node& devs = top.set("mplsInput", Node::array());
+   Node& routes = top.set("labelRoutes", Node::array());
+   Node& ingress = top.set("ingressRoutes", Node::array());
+   if (!f) return top;
+   for (auto const& d : f->inputDevs()) devs.add(Node::str(d));
+   auto outText = [](std::vector<U32> const& labels) {
+      if (labels.empty()) return std::string("pop");
+      std::string s;
+      for (U32 l : labels) s += (s.empty() ? "" : "/") + std::to_string(l);
+      return s;
+   };
+   auto errText = [](int e) { return e ? std::string(strerror(-e)) : std::string(); };
+   for (auto const& [fec, e] : f->entries()) {
+      if (auto const& r = e.routes.mpls) {
+         Node& n = routes.add(Node::object());
+         n.set("fec", fec.stringValue());
+         n.set("inLabel", U32(r->inLabel));
+         n.set("outLabel", outText(r->outLabels));
+         n.set("nextHop", r->via.stringValue());
+         n.set("interface", r->dev);
+         n.set("accepted", f->programmed() && e.mplsError == 0);
+         n.set("error", f->programmed() ? errText(e.mplsError) : f->reason());
+      }
+      if (auto const& r = e.routes.ingress) {
+         Node& n = ingress.add(Node::object());
+         n.set("fec", fec.stringValue());
+         n.set("outLabel", outText(r->outLabels));
+         n.set("nextHop", r->via.stringValue());
+         n.set("interface", r->dev);
+         n.set("accepted", f->programmed() && e.ingressError == 0);
+         n.set("error", f->programmed() ? errText(e.ingressError) : f->reason());
+      }
+   }
+   return top;
+}
+
+Node igpSync(ShowContext const& ctx, std::string const& only) {
+   auto const* a = ctx.agent;
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::object());
+      Node& list = v.set("interfaces", Node::array());
+      auto coll = a->ldpLinkReadyStatusVrfColl()->readyStatusVrf(vrf);
+      auto root = a->ldpRootSm()->ldpRoot(vrf);
+      if (!coll) continue;
+      for (auto it = coll->readyStatusIter(); it; ++it) {
+         Node& n = list.add(Node::object());
+         n.set("interface", it.key().name());
+         n.set("ready", it.value()->ready());
+         Ldp::LdpLinkReadySm const* sm = nullptr;
+         if (root && root->ldpLinkReadySmColl())
+            sm = root->ldpLinkReadySmColl()->linkReadySm(it.key()).ptr();
+         n.set("reason", sm ? sm->reason() : std::string("LDP is not running on the link"));
+      }
+   }
+   return top;
+}
+
 }  // namespace
 
 char const* deliveryName(Ldp::LdpFecDeliveryType t) {
@@ -776,6 +843,17 @@ Node labelAllocation(ShowContext const& ctx) {
    return top;
 }
 
+std::string eventLineText(Ldp::LdpEventMonLog::Line const& l) {
+   std::time_t secs = std::time_t(l.time);
+   std::tm tm{};
+   gmtime_r(&secs, &tm);
+   char buf[48];
+   std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%S", &tm);
+   char ms[8];
+   std::snprintf(ms, sizeof ms, ".%03d", int((l.time - double(secs)) * 1000) % 1000);
+   return std::string(buf) + ms + "Z " + l.text;
+}
+
 char const* sessionStateName(U8 state) {
    switch (state) {
       case Ldp::stateNonExistent_:
@@ -817,6 +895,9 @@ std::vector<std::string> const& showCommands() {
       "show mpls ldp fec [PREFIX] [vrf NAME]",
       "show mpls ldp label-allocation",
       "show mpls ldp pseudowires [NAME]",
+      "show mpls ldp forwarding",
+      "show mpls ldp igp-sync [vrf NAME]",
+      "show mpls ldp events [--last N] [--follow]",
       "show interfaces",
       "show running-config",
    };
@@ -827,8 +908,22 @@ bool runShow(std::vector<std::string> const& words, bool json, ShowContext const
              std::string* out) {
    std::vector<std::string> w;
    std::string vrf;
+   std::size_t last = 0;
+   U64 after = 0;
+   bool raw = false;
    for (std::size_t i = 0; i < words.size(); ++i) {
-      if (words[i] == "vrf") {
+      if (words[i] == "--last" || words[i] == "--after") {
+         unsigned long long n = 0;
+         if (i + 1 >= words.size() || std::sscanf(words[i + 1].c_str(), "%llu", &n) != 1) {
+            *out = "'" + words[i] + "' needs a number";
+            return false;
+         }
+         if (words[i] == "--last") last = std::size_t(n);
+         else after = n;
+         ++i;
+      } else if (words[i] == "--raw") {
+         raw = true;
+      } else if (words[i] == "vrf") {
          if (i + 1 >= words.size()) {
             *out = "'vrf' needs a VRF name";
             return false;
@@ -878,6 +973,33 @@ bool runShow(std::vector<std::string> const& words, bool json, ShowContext const
          *out = err;
          return false;
       }
+   }
+   else if (cmd == "mpls ldp forwarding")
+      n = forwarding(ctx);
+   else if (cmd == "mpls ldp igp-sync")
+      n = igpSync(ctx, vrf);
+   else if (cmd == "mpls ldp events") {
+      // The latest lines, or those after a number that a follower saw last;
+      // raw answers start with the number to ask after next.
+      auto const& lines = ctx.agent->ldpEventMonLog()->lines();
+      std::size_t from = 0;
+      if (last && lines.size() > last) from = lines.size() - last;
+      std::string text = raw ? "next " + std::to_string(ctx.agent->ldpEventMonLog()->nextSeq() - 1) + "\n" : "";
+      Node list = Node::array();
+      for (std::size_t i = from; i < lines.size(); ++i) {
+         if (lines[i].seq <= after) continue;
+         text += eventLineText(lines[i]) + "\n";
+         Node& e = list.add(Node::object());
+         e.set("seq", U64(lines[i].seq));
+         e.set("time", double(lines[i].time));
+         e.set("text", lines[i].text);
+      }
+      if (!json) {
+         *out = text;
+         return true;
+      }
+      n = Node::object();
+      n.set("events", std::move(list));
    }
    else {
       *out = "unknown show command 'show " + cmd + "'; the commands are:";

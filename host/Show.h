@@ -9,13 +9,18 @@
 
 #include "agent/LdpAgent.h"
 #include "host/ConfigApplier.h"
+#include "host/MplsForwarding.h"
 
 namespace Host {
 
 struct ShowContext {
    Ldp::Agent const* agent = nullptr;
    ConfigApplier const* config = nullptr;
+   MplsForwardingSm const* forwarding = nullptr;
 };
+
+// An event monitor line as the operator reads it: UTC time, then the text.
+std::string eventLineText(Ldp::LdpEventMonLog::Line const& l);
 
 // The words after "show", with an optional "vrf NAME" anywhere; false with a
 // message in *out for a command that doesn't exist.

@@ -115,6 +115,20 @@ void LdpSessionSmManager::handleLdpSessionCreate(LdpSessionId const& id) {
                                                       commonConfig, sessionStatus, in_.status,
                                                       statistics, in_.scheduler);
    sms->sessionCtrlSm.is(id, ctrlSm);
+   if (in_.p2mpFecSessionLocalLabelMsgPipeColl && in_.p2mpFecSessionRemoteLabelMsgPipeColl) {
+      auto localPipe = ldpMsgPipeFactory(name + "-p2mpLocal");
+      auto remotePipe = ldpMsgPipeFactory(name + "-p2mpRemote");
+      in_.p2mpFecSessionLocalLabelMsgPipeColl->msgPipeIs(id, localPipe);
+      in_.p2mpFecSessionRemoteLabelMsgPipeColl->msgPipeIs(id, remotePipe);
+      sms->p2mpRemoteLabelRxSm.is(
+         id, LdpP2mpRemoteLabelRxSm::LdpP2mpRemoteLabelRxSmIs(inst, id, remotePipe));
+      sms->p2mpRemoteLabelTxSm.is(
+         id, LdpP2mpRemoteLabelTxSm::LdpP2mpRemoteLabelTxSmIs(inst, id, msgPipe));
+      sms->p2mpLocalLabelRxSm.is(
+         id, LdpP2mpLocalLabelRxSm::LdpP2mpLocalLabelRxSmIs(inst, id, localPipe));
+      sms->p2mpLocalLabelTxSm.is(id,
+                                 LdpP2mpLocalLabelTxSm::LdpP2mpLocalLabelTxSmIs(inst, id, msgPipe));
+   }
    // Announces the session to the label machines.
    in_.ldpSessionMsgPipeColl->msgPipeIs(id, msgPipe);
 }
@@ -139,6 +153,13 @@ void LdpSessionSmManager::handleLdpSessionDelete(LdpSessionId const& id) {
    sms->sessionTxSm.del(id);
    sms->sessionInitSm.del(id);
    sms->sessionCtrlSm.del(id);
+   sms->p2mpRemoteLabelRxSm.del(id);
+   sms->p2mpRemoteLabelTxSm.del(id);
+   sms->p2mpLocalLabelRxSm.del(id);
+   sms->p2mpLocalLabelTxSm.del(id);
+   if (in_.p2mpFecSessionLocalLabelMsgPipeColl) in_.p2mpFecSessionLocalLabelMsgPipeColl->msgPipeDel(id);
+   if (in_.p2mpFecSessionRemoteLabelMsgPipeColl)
+      in_.p2mpFecSessionRemoteLabelMsgPipeColl->msgPipeDel(id);
    LDP_TRACE(th, 8, "Delete LdpSession Status");
    in_.ldpSessionStatusColl->sessionStatusDel(id);
    in_.sessionStatisticsColl->sessionStatisticsDel(id);

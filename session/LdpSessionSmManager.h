@@ -3,6 +3,7 @@
 // session's status, statistics, message pipe and PDU pipes. The machines are
 // kept in LdpSessionSmColl, one table per kind of machine.
 #include "entities/LdpMsgPipe.h"
+#include "session/LdpP2mpLabelSm.h"
 #include "session/LdpSessionColls.h"
 #include "session/LdpSessionCtrlSm.h"
 #include "session/LdpSessionInitSm.h"
@@ -40,6 +41,11 @@ class LdpSessionSmColl : public Vek::PtrInterface {
    Table<LdpSessionMsgSm> sessionMsgSm;
    Table<LdpSessionTxSm> sessionTxSm;
    Table<LdpSessionCtrlSm> sessionCtrlSm;
+   // The multicast label machines of each session.
+   Table<LdpP2mpRemoteLabelRxSm> p2mpRemoteLabelRxSm;
+   Table<LdpP2mpRemoteLabelTxSm> p2mpRemoteLabelTxSm;
+   Table<LdpP2mpLocalLabelRxSm> p2mpLocalLabelRxSm;
+   Table<LdpP2mpLocalLabelTxSm> p2mpLocalLabelTxSm;
 
    std::size_t sessionCtrlSms() const { return sessionCtrlSm.size(); }
 };
@@ -60,6 +66,9 @@ struct LdpSessionSmManagerInputs {
    Vek::Ptr<LdpFecConfigColl> ldpFecConfigColl;
    Vek::Ptr<LdpFecMsgPipeColl const> ldpFecMsgPipeColl;
    Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl;
+   // The pipes of the multicast label machines, made per session when given.
+   Vek::Ptr<LdpP2mpFecSessionLocalLabelMsgPipeColl> p2mpFecSessionLocalLabelMsgPipeColl;
+   Vek::Ptr<LdpP2mpFecSessionRemoteLabelMsgPipeColl> p2mpFecSessionRemoteLabelMsgPipeColl;
    Vek::Ptr<Hesk::TaskScheduler> scheduler;
 };
 

@@ -61,7 +61,8 @@ TEST(Agent, StartOnEmptyStoreAndRestart) {
    };
    EXPECT_EQ(tesh, agent->teshMountLog());
    EXPECT_EQ((std::vector<std::string>{"fecModeSm", "fecModeRestartSm", "aclConfigAggregatorSm",
-                                       "ldpProtoConfigSmManager", "ldpRootSm"}),
+                                       "ldpEventMonSmManager", "ldpProtoConfigSmManager",
+                                       "ldpRootSm"}),
              agent->madeLog());
 
    // Every mounted entity was made in the store and fetched by its type.

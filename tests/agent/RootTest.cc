@@ -111,10 +111,12 @@ TEST_F(RootTest, DefaultVrfRootAndDesiredInterfaces) {
    EXPECT_EQ("   Creating VRF ldpRoot", rootSm()->reason());
    // The machines come in the order of the wiring (others stand between).
    std::vector<std::string> wiring{
-      "ldpIndexSm", "ldpPamDesiredIntfSm", "ldpTargetServerSm", "ldpProtoConfigConsistencySm",
+      "lbtProducerSm", "lbtAdvertiseProducerSm", "ldpIndexSm", "ldpPamDesiredIntfSm", "ldpTargetServerSm", "ldpProtoConfigConsistencySm",
       "ldpPeerSessionManager", "ldpPeerConfigSm", "ldpAdjSmManager", "ldpAdjPeerManager",
       "ldpLinkConfigSm", "ldpLinkUdpPamSm", "ldpLinkSmManager", "ldpTargetConfigSm",
-      "ldpTargetSmManager", "ldpTargetServerConfigSm"};
+      "ldpTargetSmManager", "ldpTargetServerConfigSm", "ldpLinkReadySmManager",
+      "ldpP2mpFecStateSm", "p2mpFecStateCollSm", "ldpP2mpLfibGenSm", "ldpP2mpLabelBindingTableSm",
+      "ldpP2mpFecSessionLocalStateSm", "ldpP2mpFecSessionRemoteStateSm"};
    auto made = root->madeLog().begin();
    for (auto const& name : wiring) {
       made = std::find(made, root->madeLog().end(), name);
@@ -223,4 +225,46 @@ TEST_F(RootTest, SchedulerStatisticsCommand) {
    EXPECT_EQ("Unknown command ", dir->doCommand("2", "SHOW_EVERYTHING"));
    EXPECT_EQ("", dir->doCommand("3", "DUMP_SCHEDSTATS clear"));
    EXPECT_GE(Nolu::globalPktManager()->defaultBufferSize(), 9600u);
+}
+
+namespace {
+// The host holds the reserve phase when it has preloaded the last run's labels.
+struct HoldReservePhase {
+   HoldReservePhase() { Ldp::Agent::holdReservePhaseIs(true); }
+   ~HoldReservePhase() { Ldp::Agent::holdReservePhaseIs(false); }
+};
+struct HeldRootTest : HoldReservePhase, RootTest {};
+}  // namespace
+
+// A VRF's state preloaded for a restart survives a VRF that can't run LDP yet,
+// is taken on by the root once it can, and goes when the reserve phase ends
+// without a root.
+TEST_F(HeldRootTest, PreloadedStateWaitsForTheRoot) {
+   auto statuses = agent->ldpStatusColl();
+   Mpls::FwdEqvClass fec(*Nolu::Prefix::fromString("2.2.2.2/32"));
+   auto preload = [&](std::string const& vrf) {
+      auto st = statuses->statusIs(vrf);
+      st->localLabelAllocTableIs("llat", Mpls::RouterId(0, 0))
+         ->bindingIs(fec)
+         ->mplsLabelIs(Nolu::MplsLabel(200007), true);
+      return st;
+   };
+   auto st = preload("default");
+   auto table = st->localLabelAllocTable();
+   ldpIs("default");  // no IP status yet: LDP can't run in the VRF
+   am.runFor(1.0);
+   EXPECT_FALSE(rootSm()->ldpRoot("default"));
+   EXPECT_EQ(st, statuses->status("default"));
+
+   intfIs(1, "lo", IpAddr(1, 1, 1, 1), 32, "default", true);
+   am.runFor(1.0);
+   ASSERT_TRUE(rootSm()->ldpRoot("default"));
+   EXPECT_EQ(st, statuses->status("default"));
+   EXPECT_EQ(table, st->localLabelAllocTable());
+
+   // A VRF without LDP loses its preloaded state when the phase ends.
+   preload("blue");
+   rootSm()->reservePhaseEnd();
+   EXPECT_FALSE(statuses->statusHas("blue"));
+   EXPECT_TRUE(statuses->statusHas("default"));
 }

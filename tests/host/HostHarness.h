@@ -263,16 +263,22 @@ class AgentProc {
    std::string configPath() const { return dir_ + "/" + name_ + ".conf"; }
 
    void configIs(std::string const& text) const { std::ofstream(configPath()) << text; }
+   // More options of ldp-agent, for the next start.
+   std::vector<std::string> extraArgs;
    bool start() {
       pid_ = fork();
       if (pid_ == 0) {
          int log = open(logPath().c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
          dup2(log, 1);
          dup2(log, 2);
-         std::string bin = agentBin();
-         execlp("ip", "ip", "netns", "exec", ns_.c_str(), bin.c_str(), "--config",
-                configPath().c_str(), "--socket", sock().c_str(), "--state-dir", stateDir().c_str(),
-                static_cast<char*>(nullptr));
+         std::vector<std::string> a = {"ip",     "netns",      "exec", ns_,          agentBin(),
+                                       "--config", configPath(), "--socket", sock(),
+                                       "--state-dir", stateDir()};
+         a.insert(a.end(), extraArgs.begin(), extraArgs.end());
+         std::vector<char*> argv;
+         for (auto& x : a) argv.push_back(x.data());
+         argv.push_back(nullptr);
+         execvp("ip", argv.data());
          _exit(127);
       }
       return waitFor([&] { return ctl({"ping"}).code == 0 || !alive(); }, 10.0) && alive();

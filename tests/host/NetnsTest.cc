@@ -3,6 +3,9 @@
 // ldpctl. Skipped, with the reason, where namespaces can't be made.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+
 #include "tests/host/HostHarness.h"
 
 using namespace HostTest;
@@ -171,6 +174,8 @@ TEST(RealHost, TwoAgentsBecomeNeighboursOverLinkAndTargetedAdjacencies) {
    AgentProc a(na.name(), dir.path(), "a"), b(nb.name(), dir.path(), "b");
    a.configIs("mpls ldp\n   router-id interface lo\n");
    b.configIs("mpls ldp\n   router-id interface lo\n");
+   std::string eventLog = dir.path() + "/a.events";
+   a.extraArgs = {"--event-log", eventLog};
    ASSERT_TRUE(a.start()) << a.log();
    ASSERT_TRUE(b.start()) << b.log();
 
@@ -178,6 +183,33 @@ TEST(RealHost, TwoAgentsBecomeNeighboursOverLinkAndTargetedAdjacencies) {
    ASSERT_TRUE(
       waitFor([&] { return operational(a, "2.2.2.2:0") && operational(b, "1.1.1.1:0"); }, 30.0))
       << a.ctl({"show", "mpls", "ldp", "neighbor"}).out << a.log();
+
+   // The link is ready for the routing protocols once its session is up.
+   EXPECT_TRUE(waitFor(
+      [&] {
+         Json j = a.show({"mpls", "ldp", "igp-sync"});
+         auto const& i = vrf(j)["interfaces"][0];
+         return i["interface"].str() == "va" && i["ready"].b;
+      },
+      10.0))
+      << a.ctl({"show", "mpls", "ldp", "igp-sync"}).out;
+   // The event monitor's lines, in show and in the file.
+   auto events = a.ctl({"show", "mpls", "ldp", "events", "--last", "500"});
+   EXPECT_EQ(0, events.code);
+   EXPECT_NE(std::string::npos, events.out.find("Session: 2.2.2.2:0, State: stateOperational_"))
+      << events.out;
+   std::string last3 = a.ctl({"show", "mpls", "ldp", "events", "--last", "3"}).out;
+   EXPECT_EQ(3, std::count(last3.begin(), last3.end(), '\n')) << last3;
+   EXPECT_NE(std::string::npos, slurp(eventLog).find("Link: va enabled"));
+   // Forwarding: programmed where the kernel has MPLS, otherwise said why.
+   Json fwd = a.show({"mpls", "ldp", "forwarding"});
+   if (access("/proc/sys/net/mpls/platform_labels", F_OK) != 0) {
+      EXPECT_FALSE(fwd["programmed"].b);
+      EXPECT_NE(std::string::npos, fwd["reason"].str().find("no MPLS")) << fwd["reason"].str();
+      EXPECT_NE(std::string::npos, a.log().find("label forwarding is not programmed"));
+   } else {
+      EXPECT_TRUE(fwd["programmed"].b) << fwd["reason"].str();
+   }
    // Operational comes before the address exchange ends.
    ASSERT_TRUE(waitFor(
       [&] {
@@ -311,14 +343,76 @@ TEST(RealHost, KernelRoutesBecomeFecsWithLabels) {
    EXPECT_EQ(3, la["inUse"].n);
    EXPECT_FALSE(la["exhausted"].b);
 
-   // A restart on the same state directory, with the configuration written
-   // back, brings the FECs and their labels back.
+   // A restart on the same state directory keeps every label given out. The
+   // route added last sorts first in the kernel's dump, so labels drawn
+   // afresh in dump order would differ from those it had.
+   ASSERT_TRUE(ns.ip("route add 1.2.3.4/32 via 10.0.0.2"));
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "1.2.3.4/32") >= 200000; }, 5.0));
+   std::map<std::string, double> before;
+   Json all = a.show({"mpls", "ldp", "fec"});
+   for (auto const& f2 : vrf(all).a)
+      before[f2["prefix"].str()] = f2["localLabels"].a.size() == 1 ? f2["localLabels"][0].n : -1;
+   EXPECT_GT(before["1.2.3.4/32"], before["2.2.2.2/32"]);
    ASSERT_EQ(0, a.ctl({"write"}).code);
    EXPECT_EQ(0, a.stop());
    ASSERT_TRUE(a.start()) << a.log();
-   ASSERT_TRUE(waitFor([&] { return localLabel(a, "20.0.0.0/24") >= 200000; }, 15.0))
+   ASSERT_TRUE(waitFor(
+      [&] {
+         Json now = a.show({"mpls", "ldp", "fec"});
+         return vrf(now).a.size() == before.size();
+      },
+      15.0))
       << a.ctl({"show", "mpls", "ldp", "fec"}).out;
-   EXPECT_GE(localLabel(a, "2.2.2.2/32"), 200000);
-   EXPECT_GE(localLabel(a, "3.3.3.3/32"), 200000);
+   for (auto const& [prefix, label] : before) EXPECT_EQ(label, localLabel(a, prefix)) << prefix;
    EXPECT_EQ(2, a.show({"mpls", "ldp"})["numStartups"].n);
+}
+
+// Three LSRs in a line, r1 - r2 - r3: the label switched path from r1 to r3's
+// loopback is in the kernels' MPLS tables, and a ping goes across it.
+TEST(RealHost, ThreeLsrsPingAcrossTheLabelSwitchedPath) {
+   SKIP_UNLESS_REAL_HOST();
+   if (access("/proc/sys/net/mpls/platform_labels", F_OK) != 0 &&
+       sh("modprobe mpls_router && modprobe mpls_iptunnel") != 0)
+      GTEST_SKIP() << "the kernel has no MPLS forwarding (no /proc/sys/net/mpls/platform_labels, "
+                      "and mpls_router/mpls_iptunnel can't be loaded)";
+   TempDir dir;
+   Netns n1(uniq("1")), n2(uniq("2")), n3(uniq("3"));
+   ASSERT_TRUE(n1.ok() && n2.ok() && n3.ok());
+   ASSERT_TRUE(n1.ip("link add e12 type veth peer name e21 netns " + n2.name()));
+   ASSERT_TRUE(n2.ip("link add e23 type veth peer name e32 netns " + n3.name()));
+   ASSERT_TRUE(n1.ip("addr add 1.1.1.1/32 dev lo") && n2.ip("addr add 2.2.2.2/32 dev lo") &&
+               n3.ip("addr add 3.3.3.3/32 dev lo"));
+   ASSERT_TRUE(n1.ip("addr add 10.0.12.1/24 dev e12") && n2.ip("addr add 10.0.12.2/24 dev e21") &&
+               n2.ip("addr add 10.0.23.2/24 dev e23") && n3.ip("addr add 10.0.23.3/24 dev e32"));
+   ASSERT_TRUE(n1.ip("link set e12 up") && n2.ip("link set e21 up") && n2.ip("link set e23 up") &&
+               n3.ip("link set e32 up"));
+   ASSERT_TRUE(n1.ip("route add 2.2.2.2/32 via 10.0.12.2") &&
+               n1.ip("route add 3.3.3.3/32 via 10.0.12.2") &&
+               n2.ip("route add 1.1.1.1/32 via 10.0.12.1") &&
+               n2.ip("route add 3.3.3.3/32 via 10.0.23.3") &&
+               n3.ip("route add 1.1.1.1/32 via 10.0.23.2") &&
+               n3.ip("route add 2.2.2.2/32 via 10.0.23.2"));
+   sh("ip netns exec " + n2.name() + " sysctl -qw net.ipv4.ip_forward=1");
+   AgentProc a1(n1.name(), dir.path(), "r1"), a2(n2.name(), dir.path(), "r2"),
+      a3(n3.name(), dir.path(), "r3");
+   for (auto* a : {&a1, &a2, &a3}) {
+      a->configIs("mpls ldp\n   router-id interface lo\n");
+      ASSERT_TRUE(a->start()) << a->log();
+   }
+   // r2 swaps or pops r3's label towards r3; r1 pushes r2's label.
+   auto routes = [](AgentProc& a, char const* list) {
+      Json j = a.show({"mpls", "ldp", "forwarding"});
+      std::size_t accepted = 0;
+      for (auto const& r : j[list].a) accepted += r["fec"].str() == "3.3.3.3/32" && r["accepted"].b;
+      return accepted;
+   };
+   EXPECT_TRUE(waitFor([&] { return routes(a2, "labelRoutes") == 1; }, 60.0))
+      << a2.ctl({"show", "mpls", "ldp", "forwarding"}).out;
+   EXPECT_TRUE(waitFor([&] { return routes(a1, "ingressRoutes") == 1; }, 60.0))
+      << a1.ctl({"show", "mpls", "ldp", "forwarding"}).out;
+   EXPECT_EQ(0, sh("ip netns exec " + n1.name() + " ping -c 2 -W 2 -I 1.1.1.1 3.3.3.3 >/dev/null"));
+   for (auto* a : {&a1, &a2, &a3}) EXPECT_EQ(0, a->stop(SIGTERM));
+   // A clean stop leaves no label route behind.
+   RunResult left = run({"ip", "netns", "exec", n2.name(), "ip", "-f", "mpls", "route"}, "/tmp");
+   EXPECT_EQ("", left.out);
 }

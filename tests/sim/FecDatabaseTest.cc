@@ -204,3 +204,42 @@ TEST_F(FecDb, StaticBindingsAndTunnelEndPointsHoldFecs) {
 }
 
 }  // namespace
+
+// Edits of the FEC filter's prefix list made in a burst bump the filter's
+// version once, and the FECs are judged again by the list as it ends up.
+TEST_F(FecDb, FilterEditsAreCoalescedIntoOneReevaluation) {
+   block(1000, 100);
+   route("2.2.2.2/32", "eth1", IpAddr(10, 0, 0, 2));
+   route("3.3.3.3/32", "eth1", IpAddr(10, 0, 0, 3));
+   auto acl = a.store()->get<Acl::AclListConfig>("routing/acl/config");
+   ASSERT_TRUE(acl);
+   auto list = acl->prefixListIs("lsps");
+   auto p = [](char const* s) { return *Nolu::IpGenPrefix::fromString(s); };
+   list->permitIs(10, p("2.2.2.2/32"));
+   a.config()->fecFilterPrefixListNameIs("lsps");
+   s.runFor(2.0);
+   auto const* filter = a.protoConfig()->fecFilter().ptr();
+   ASSERT_TRUE(filter);
+   EXPECT_EQ(Mpls::fecUnfiltered_, cfg("2.2.2.2/32")->fecFilteredState());
+   EXPECT_EQ(Mpls::fecFiltered_, cfg("3.3.3.3/32")->fecFilteredState());
+
+   // A burst of edits within the coalescing delay: one version bump.
+   auto version = filter->filterVersion();
+   list->permitIs(20, p("3.3.3.3/32"));
+   s.runFor(0.3);
+   list->permitDel(10);
+   list->denyIs(5, p("2.2.2.2/32"));
+   s.runFor(0.3);
+   list->permitIs(30, p("9.9.9.9/32"));
+   EXPECT_EQ(version, filter->filterVersion());
+   EXPECT_EQ(Mpls::fecUnfiltered_, cfg("2.2.2.2/32")->fecFilteredState());
+   s.runFor(2.0);
+   EXPECT_EQ(version + 1, filter->filterVersion());
+   EXPECT_EQ(Mpls::fecFiltered_, cfg("2.2.2.2/32")->fecFilteredState());
+   EXPECT_EQ(Mpls::fecUnfiltered_, cfg("3.3.3.3/32")->fecFilteredState());
+
+   // The statement removed: every FEC passes again.
+   a.config()->fecFilterPrefixListNameIs("");
+   s.runFor(2.0);
+   EXPECT_EQ(Mpls::fecUnfiltered_, cfg("2.2.2.2/32")->fecFilteredState());
+}

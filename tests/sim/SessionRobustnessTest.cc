@@ -212,6 +212,8 @@ TEST_F(TwoAgents, FlapsLeaveNothingBehind) {
          s.net().link(name)->recordsDelAll();
       Vek::eventLogRing().clear();
       Vek::traceRing().clear();
+      a.agent()->ldpEventMonLog()->clear();
+      b.agent()->ldpEventMonLog()->clear();
    };
    auto flap = [&] {
       a.intfOperStatusIs("eth1", Interface::intfOperDown_);
