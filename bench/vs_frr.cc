@@ -270,7 +270,10 @@ class OurLut : public Lut {
       // without the command has only its counter to say it.
       RunResult r = agent_->ctl({"show", "mpls", "ldp", "bindings", prefix, "--json"});
       if (r.code != 0) return true;
-      return r.out.find(kNbIdStr) != std::string::npos;
+      for (auto const& b : parseJson(r.out)["vrfs"]["default"].a)
+         for (auto const& l : b["remoteLabels"].a)
+            if (l["peer"].str().rfind(kNbIdStr, 0) == 0 && !l["label"].isNull()) return true;
+      return false;
    }
    bool countersAccumulate() const override { return false; }
    long labelledFecs() override {
