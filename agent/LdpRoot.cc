@@ -61,6 +61,9 @@ LdpRoot::LdpRoot(U32 instId, LdpRootInputs const& in) : LdpSm(instId), in_(in) {
    ldpPduPamPipeSessionTxColl_ = new LdpPduPamPipeSessionColl("lpppstc");
    ldpPduPamPipeSessionRxColl_ = new LdpPduPamPipeSessionColl("lpppsrc");
    ldpFecSessionRxNotifier_ = new LdpFecSessionNotifier("lfsrxn");
+   singletonMappingSmConfig_ = new LdpFecSessionMappingSmConfig("lfsmsc");
+   singletonRequestSmConfig_ = new LdpFecSessionRequestSmConfig("lfsrsc");
+   singletonCtrlSmConfig_ = new LdpFecSessionCtrlSmConfig("lfscsc");
    handleInitialized();
 }
 
@@ -282,6 +285,38 @@ void LdpRoot::handleInitialized() {
    fsm.scheduler = in_.scheduler;
    ldpFecSessionSmManager_.is(LdpFecSessionSmManager::LdpFecSessionSmManagerIs(instId(), fsm));
    madeLog_.push_back("ldpFecSessionSmManager");
+   // The four workers of all FEC sessions, which call each other through
+   // their singleton configs, and the table of the peers' labels.
+   LdpFecSessionWorkerInputs w;
+   w.protoConfig = in_.protoConfig;
+   w.ldpFecConfigColl = st->ldpFecConfigColl();
+   w.ldpFecStatusColl = st->ldpFecStatusColl();
+   w.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   w.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
+   w.rxMsgPipe = ldpFecSessionSingletonMsgPipe_;
+   w.ldpFecSessionRxNotifier = ldpFecSessionRxNotifier_;
+   w.txSessionMsgPipe = ldpSessionMsgPipeColl_;
+   w.singletonMappingSmConfig = singletonMappingSmConfig_;
+   w.singletonRequestSmConfig = singletonRequestSmConfig_;
+   w.singletonCtrlSmConfig = singletonCtrlSmConfig_;
+   w.statistics = st->statistics();
+   w.scheduler = in_.scheduler;
+   ldpFecSessionCtrlSm_.is(LdpFecSessionCtrlSm::LdpFecSessionCtrlSmIs(instId(), w));
+   madeLog_.push_back("ldpFecSessionCtrlSm");
+   ldpFecSessionMappingSm_.is(LdpFecSessionMappingSm::LdpFecSessionMappingSmIs(instId(), w));
+   madeLog_.push_back("ldpFecSessionMappingSm");
+   ldpFecSessionRequestSm_.is(LdpFecSessionRequestSm::LdpFecSessionRequestSmIs(instId(), w));
+   madeLog_.push_back("ldpFecSessionRequestSm");
+   ldpFecSessionRxSm_.is(LdpFecSessionRxSm::LdpFecSessionRxSmIs(instId(), w));
+   madeLog_.push_back("ldpFecSessionRxSm");
+   LdpPeerLabelBindingTableSm::Inputs pb;
+   pb.ldpFecConfigColl = st->ldpFecConfigColl();
+   pb.ldpSessionStatusColl = st->ldpSessionStatusColl();
+   pb.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
+   pb.peerLabelBindingTableColl = st->peerLabelBindingTableColl();
+   ldpPeerLabelBindingTableSm_.is(
+      LdpPeerLabelBindingTableSm::LdpPeerLabelBindingTableSmIs(instId(), pb));
+   madeLog_.push_back("ldpPeerLabelBindingTableSm");
 
    ldpPeerSessionManager_.is(LdpPeerSessionManager::LdpPeerSessionManagerIs(
       instId(), st->ldpPeerConfigColl(), st->ldpSessionConfigColl()));

@@ -18,7 +18,12 @@
 #include "discovery/LdpTargetServerSm.h"
 #include "discovery/LdpTargetSm.h"
 #include "label/LdpFecConfigSm.h"
+#include "label/LdpFecSessionCtrlSm.h"
+#include "label/LdpFecSessionMappingSm.h"
+#include "label/LdpFecSessionRequestSm.h"
+#include "label/LdpFecSessionRxSm.h"
 #include "label/LdpFecSessionSmManager.h"
+#include "label/LdpPeerLabelBindingTableSm.h"
 #include "label/LdpFecSmManager.h"
 #include "label/LdpFibSm.h"
 #include "label/LdpIndexSm.h"
@@ -146,6 +151,13 @@ class LdpRoot : public LdpSm {
    LdpFecConfigSm* ldpFecConfigSm() const { return ldpFecConfigSm_.get(); }
    LdpFecSmManager* ldpFecSmManager() const { return ldpFecSmManager_.get(); }
    LdpFecSessionSmManager* ldpFecSessionSmManager() const { return ldpFecSessionSmManager_.get(); }
+   LdpFecSessionRxSm* ldpFecSessionRxSm() const { return ldpFecSessionRxSm_.get(); }
+   LdpFecSessionMappingSm* ldpFecSessionMappingSm() const { return ldpFecSessionMappingSm_.get(); }
+   LdpFecSessionRequestSm* ldpFecSessionRequestSm() const { return ldpFecSessionRequestSm_.get(); }
+   LdpFecSessionCtrlSm* ldpFecSessionCtrlSm() const { return ldpFecSessionCtrlSm_.get(); }
+   LdpPeerLabelBindingTableSm* ldpPeerLabelBindingTableSm() const {
+      return ldpPeerLabelBindingTableSm_.get();
+   }
    // Pseudowires, signalled in the default VRF only.
    PwConfigSmColl* pwConfigSmColl() const { return pwConfigSmColl_.get(); }
    PwFecSessionSmColl* pwFecSessionSmColl() const { return pwFecSessionSmColl_.get(); }
@@ -198,6 +210,9 @@ class LdpRoot : public LdpSm {
    Vek::Ptr<LdpPduPamPipeSessionColl> ldpPduPamPipeSessionRxColl_;
    Vek::Ptr<LdpServiceAclFilter> discoveryAclFilter_;
    Vek::Ptr<LdpFecSessionNotifier> ldpFecSessionRxNotifier_;
+   Vek::Ptr<LdpFecSessionMappingSmConfig> singletonMappingSmConfig_;
+   Vek::Ptr<LdpFecSessionRequestSmConfig> singletonRequestSmConfig_;
+   Vek::Ptr<LdpFecSessionCtrlSmConfig> singletonCtrlSmConfig_;
    Vek::Ptr<LdpMsgPipe> ldpFecSessionSingletonMsgPipe_;
    Vek::Ptr<Nolu::UdpPam> ldpTargetUdpPam_;
    Vek::Ptr<Nolu::UdpPam> ldpLinkUdpPam_;
@@ -231,6 +246,11 @@ class LdpRoot : public LdpSm {
    Vek::SmChild<LdpFecConfigSm> ldpFecConfigSm_{this};
    Vek::SmChild<LdpFecSmManager> ldpFecSmManager_{this};
    Vek::SmChild<LdpFecSessionSmManager> ldpFecSessionSmManager_{this};
+   Vek::SmChild<LdpFecSessionCtrlSm> ldpFecSessionCtrlSm_{this};
+   Vek::SmChild<LdpFecSessionMappingSm> ldpFecSessionMappingSm_{this};
+   Vek::SmChild<LdpFecSessionRequestSm> ldpFecSessionRequestSm_{this};
+   Vek::SmChild<LdpFecSessionRxSm> ldpFecSessionRxSm_{this};
+   Vek::SmChild<LdpPeerLabelBindingTableSm> ldpPeerLabelBindingTableSm_{this};
    Vek::SmChild<LdpPeerSessionManager> ldpPeerSessionManager_{this};
    Vek::SmChild<LdpPeerConfigSm> ldpPeerConfigSm_{this};
    Vek::SmChild<LdpAdjSmManager> ldpAdjSmManager_{this};

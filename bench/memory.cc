@@ -10,6 +10,7 @@
 
 #include "entities/LdpLabel.h"
 #include "entities/LdpMsgPipe.h"
+#include "entities/LdpTesh.h"
 #include "host/KernelState.h"
 
 using Vek::Ptr;
@@ -113,8 +114,48 @@ void FecMsgPipe(benchmark::State& state) {
 
 }  // namespace
 
+// The label tables that a labelled FEC has a row in besides its configuration
+// and status: the allocator's request and binding, the internal binding table
+// and the published one (a label row and a last-update row). Each counter is
+// one table's bytes per FEC.
+void LabelTablesPerFec(benchmark::State& state) {
+   for (auto _ : state) {
+      Ptr<Ldp::LabelAllocRequestTable> requests(new Ldp::LabelAllocRequestTable("lart"));
+      Ptr<Mpls::LabelBindingTable> alloc(new Mpls::LabelBindingTable("llat", Mpls::RouterId(0, 0)));
+      Ptr<Mpls::LdpInternalLabelBindingTable> internal(
+         new Mpls::LdpInternalLabelBindingTable("llbt", Mpls::RouterId(0, 0)));
+      Ptr<Ldp::LdpTesh::LdpLabelBindingTable> published(
+         new Ldp::LdpTesh::LdpLabelBindingTable("lbt"));
+      std::size_t h = heapBytes();
+      auto step = [&](char const* name) {
+         std::size_t now = heapBytes();
+         state.counters[name] = double(now - h) / kEntries;
+         h = now;
+      };
+      for (U32 i = 0; i < kEntries; ++i) {
+         auto r = requests->labelBindingRequestIs(fecOf(i));
+         r->numLabelsRequestedIs(1);
+         r->ldpFecDeliveryTypeIs(Ldp::deliveryRemote_);
+      }
+      step("request");
+      for (U32 i = 0; i < kEntries; ++i)
+         alloc->bindingIs(fecOf(i))->mplsLabelIs(Nolu::MplsLabel(100000 + i), true);
+      step("alloc_binding");
+      for (U32 i = 0; i < kEntries; ++i)
+         internal->bindingIs(fecOf(i))->mplsLabelIs(Nolu::MplsLabel(100000 + i), true);
+      step("internal_binding");
+      for (U32 i = 0; i < kEntries; ++i) {
+         published->localLbtLabelIs(Ldp::LdpTesh::LbtLabelKey(fecOf(i), Nolu::MplsLabel(100000 + i)),
+                                    true);
+         published->localLbtLastUpdateIs(fecOf(i), Ldp::LdpTesh::LbtUpdate{1, 1});
+      }
+      step("published");
+   }
+}
+
 BENCHMARK(HostRoutes)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecConfigAndStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecSessionStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecMsgPipe)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(LabelTablesPerFec)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

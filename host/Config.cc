@@ -248,7 +248,7 @@ class Parser {
          std::string const& what = ws[1];
          std::string v = n == 3 ? ws[2] : "";
          if (what == "distribution") {
-            if (no && n == 2)
+            if (no && (n == 2 || n == 3))
                l.labelDistCtrl = defaults.labelDistCtrl;
             else if (!no && v == "independent")
                l.labelDistCtrl = Ldp::independentDistCtrl_;
@@ -257,7 +257,7 @@ class Parser {
             else
                expect("label distribution independent|ordered");
          } else if (what == "advertisement") {
-            if (no && n == 2)
+            if (no && (n == 2 || n == 3))
                l.labelAdvDspl = defaults.labelAdvDspl;
             else if (!no && v == "unsolicited")
                l.labelAdvDspl = Ldp::unsolicitedAdvDspl_;
@@ -266,7 +266,7 @@ class Parser {
             else
                expect("label advertisement unsolicited|on-demand");
          } else if (what == "retention") {
-            if (no && n == 2)
+            if (no && (n == 2 || n == 3))
                l.labelRetention = defaults.labelRetention;
             else if (!no && v == "liberal")
                l.labelRetention = Ldp::liberalRetention_;

@@ -823,6 +823,131 @@ Node fecs(ShowContext const& ctx, std::string const& only, std::string const& pr
    return top;
 }
 
+char const* localLabelStateName(Ldp::LdpLocalLabelState st) {
+   switch (st) {
+      case Ldp::mappingSent_:
+         return "advertised";
+      case Ldp::withdrawSent_:
+         return "withdrawn, release awaited";
+      default:
+         return "none";
+   }
+}
+
+char const* peerLabelStateName(Ldp::LdpPeerLabelState st) {
+   switch (st) {
+      case Ldp::mappingRcvd_:
+         return "in use";
+      case Ldp::withdrawRcvd_:
+         return "withdrawn, to release";
+      case Ldp::peerLabelUnused_:
+         return "not used, to release";
+      default:
+         return "none";
+   }
+}
+
+std::string hex32(U32 v) {
+   char buf[16];
+   std::snprintf(buf, sizeof buf, "0x%08x", v);
+   return buf;
+}
+
+template <class C>
+Node msgCounts(C const& c) {
+   Node n = Node::object();
+   for (auto it = c.begin(); it; ++it) n.set(Ldp::ldpMsgTypeStr(it.key()), U32(it.value()));
+   return n;
+}
+
+// One FEC's labels: the local label with the peers it went to, and each
+// peer's label, with their states; detail adds message ids and counts.
+Node bindingNode(Ldp::Status const& st, Ldp::LdpFecConfig const& c,
+                 std::optional<Ldp::LdpIdentifier> const& neighbor, bool detail) {
+   Node f = Node::object();
+   f.set("prefix", c.fec().prefix().stringValue());
+   Node& labels = f.set("localLabels", Node::array());
+   for (auto it = c.mplsLabelIter(); it; ++it) labels.add(Node::num(it.key().value()));
+   Node& adv = f.set("advertisedTo", Node::array());
+   Node& remote = f.set("remoteLabels", Node::array());
+   Node* det = detail ? &f.set("sessions", Node::array()) : nullptr;
+   auto const* fss = st.ldpFecSessionStatusColl().ptr();
+   for (auto ss = st.ldpSessionStatusColl()->sessionStatusIter(); ss; ++ss) {
+      Ldp::LdpIdentifier peer = ss.key().ldpIdentifier();
+      if (neighbor && !(peer == *neighbor)) continue;
+      auto const* s = fss->fecSessionStatusFind(Ldp::LdpFecSessionId(c.fec(), ss.key()));
+      if (!s) continue;
+      for (auto it = s->localLabelStateIter(); it; ++it) {
+         Node& a = adv.add(Node::object());
+         a.set("peer", peer.stringValue());
+         if (it.key().isValid()) a.set("label", U32(it.key().value()));
+         a.set("state", localLabelStateName(it.value()));
+      }
+      for (auto it = s->peerLabelStateIter(); it; ++it) {
+         Node& r = remote.add(Node::object());
+         r.set("peer", peer.stringValue());
+         if (it.key().isValid()) r.set("label", U32(it.key().value()));
+         r.set("state", peerLabelStateName(it.value()));
+         r.set("nextHop", s->isNexthopLsr());
+      }
+      if (!det) continue;
+      Node& d = det->add(Node::object());
+      d.set("peer", peer.stringValue());
+      d.set("nextHop", s->isNexthopLsr());
+      d.set("localLabelSessionState", hex32(U32(s->localLabelSessionState())));
+      d.set("peerLabelSessionState", hex32(U32(s->peerLabelSessionState())));
+      d.set("peerLabelRequestMsgId", s->peerLabelRequestMsgId());
+      d.set("peerLabelRequestMsgIdAcked", s->peerLabelRequestMsgIdAcked());
+      d.set("localLabelRequestMsgId", s->localLabelRequestMsgId());
+      d.set("localLabelRequestMsgIdAcked", s->localLabelRequestMsgIdAcked());
+      d.set("noRouteNotified", s->flagNoRouteNotification());
+      d.set("messagesRx", msgCounts(s->ldpMsgRx()));
+      d.set("messagesTx", msgCounts(s->ldpMsgTx()));
+   }
+   return f;
+}
+
+Node bindings(ShowContext const& ctx, std::string const& only, std::vector<std::string> const& args,
+              bool detail, std::string* err) {
+   std::optional<Nolu::Prefix> want;
+   std::optional<Ldp::LdpIdentifier> neighbor;
+   for (std::size_t i = 0; i < args.size(); ++i) {
+      if (args[i] == "neighbor" || args[i] == "neighbour") {
+         std::optional<Nolu::IpAddr> a;
+         if (i + 1 < args.size()) a = Nolu::IpAddr::fromString(args[i + 1]);
+         if (!a) {
+            *err = "'neighbor' needs an LSR id A.B.C.D";
+            return Node();
+         }
+         neighbor = Ldp::LdpIdentifier(*a, 0);
+         ++i;
+      } else if (auto p = Nolu::Prefix::fromString(args[i]); p && !want) {
+         want = p;
+      } else {
+         *err = "'" + args[i] + "' is not an IPv4 prefix";
+         return Node();
+      }
+   }
+   Node top = Node::object();
+   Node& vrfs = top.set("vrfs", Node::object());
+   for (auto const& vrf : vrfsOf(ctx, only)) {
+      Node& v = vrfs.set(vrf, Node::array());
+      auto st = ctx.agent->ldpStatusColl()->status(vrf);
+      if (!st) continue;
+      auto const* coll = st->ldpFecConfigColl().ptr();
+      if (want) {
+         if (auto const* c = coll->fecConfigFind(Mpls::FwdEqvClass(*want)))
+            v.add(bindingNode(*st, *c, neighbor, detail));
+         continue;
+      }
+      std::vector<Mpls::FwdEqvClass> keys;
+      for (auto it = coll->fecConfigIter(); it; ++it) keys.push_back(it.key());
+      std::sort(keys.begin(), keys.end());
+      for (auto const& k : keys) v.add(bindingNode(*st, *coll->fecConfigFind(k), neighbor, detail));
+   }
+   return top;
+}
+
 Node labelAllocation(ShowContext const& ctx) {
    auto const* a = ctx.agent;
    Node top = Node::object();
@@ -893,6 +1018,7 @@ std::vector<std::string> const& showCommands() {
       "show mpls ldp neighbor [vrf NAME]",
       "show mpls ldp statistics [vrf NAME]",
       "show mpls ldp fec [PREFIX] [vrf NAME]",
+      "show mpls ldp bindings [PREFIX] [neighbor A.B.C.D] [detail] [vrf NAME]",
       "show mpls ldp label-allocation",
       "show mpls ldp pseudowires [NAME]",
       "show mpls ldp forwarding",
@@ -964,6 +1090,19 @@ bool runShow(std::vector<std::string> const& words, bool json, ShowContext const
    }
    else if (cmd == "interfaces")
       n = interfaces(ctx);
+   else if (w.size() >= 3 && w[0] == "mpls" && w[1] == "ldp" && w[2] == "bindings") {
+      std::vector<std::string> args(w.begin() + 3, w.end());
+      bool detail = false;
+      args.erase(std::remove_if(args.begin(), args.end(),
+                                [&](std::string const& x) { return x == "detail" && (detail = true); }),
+                 args.end());
+      std::string err;
+      n = bindings(ctx, vrf, args, detail, &err);
+      if (!err.empty()) {
+         *out = err;
+         return false;
+      }
+   }
    else if (cmd == "mpls ldp label-allocation")
       n = labelAllocation(ctx);
    else if (w.size() >= 3 && w.size() <= 4 && w[0] == "mpls" && w[1] == "ldp" && w[2] == "fec") {

@@ -191,7 +191,18 @@ void LdpSessionMsgSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) 
       // validity flag is clear counts as none.
       LdpSessionStatistics* stats = sessionStatistics().ptr();
       if (auto const* info = stats->ldpMsgIdFecMappingInfoFind(id)) {
-         if (info->valid && ldpFecMsgPipeColl_) pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+         if (info->valid && ldpFecMsgPipeColl_) {
+            pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+            // A FEC that the peer never spoke of has no pipe yet: its answer
+            // to our message makes the peer one that did.
+            LdpFecConfigColl::FecConfigRef fecConfig;
+            if (ldpFecConfigColl_) fecConfig = ldpFecConfigColl_->fecConfig(info->fec);
+            if (!pipe && fecConfig && !fecConfig->sessionRxReqTimeHas(ldpSessionId())) {
+               fecConfig->sessionRxReqTimeIs(ldpSessionId(), Vek::System::currentTime());
+               fecConfig = {};
+               pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+            }
+         }
       } else if (auto const* local = stats->pwLocalMsgIdInfoFind(id)) {
          if (local->valid && pwFecSessionMsgPipeColl_)
             pipe = pwFecSessionMsgPipeColl_->localMsgPipe(

@@ -6,6 +6,8 @@
 // FRR, tshark or namespaces are missing.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "tests/host/FrrHarness.h"
 
 using namespace HostTest;
@@ -249,13 +251,26 @@ TEST(PseudowireNetns, TwoAgentsUpStatusAndLabelChangeOnTheWire) {
    // from 2.2.2.2: the Release, and the PW Status Notifications.
    std::string fromA = cap.fields("ip.src==1.1.1.1 && ldp.msg.tlv.fec.pw.pwid == 7",
                                   {"ldp.msg.type", "ldp.msg.tlv.generic.label"}, dir.path());
+   // A PDU lists the types and labels of all its messages, prefix FECs' among
+   // them; each of these messages carries one label, so they pair up.
+   std::string pairs;
+   {
+      std::istringstream lines(fromA);
+      for (std::string line; std::getline(lines, line);) {
+         auto tab = line.find('\t');
+         if (tab == std::string::npos) continue;
+         std::istringstream types(line.substr(0, tab)), labels(line.substr(tab + 1));
+         for (std::string t, l; std::getline(types, t, ',') && std::getline(labels, l, ',');)
+            pairs += t + " " + l + ";";
+      }
+   }
    std::string oldL = std::to_string(long(old)), newL = std::to_string(long(now));
-   auto mapOld = fromA.find("0x0400\t" + oldL);
-   auto wdOld = fromA.find("0x0402\t" + oldL);
-   auto mapNew = fromA.find("0x0400\t" + newL);
+   auto mapOld = pairs.find("0x0400 " + oldL + ";");
+   auto wdOld = pairs.find("0x0402 " + oldL + ";");
+   auto mapNew = pairs.find("0x0400 " + newL + ";");
    EXPECT_TRUE(mapOld != std::string::npos && wdOld != std::string::npos &&
                mapNew != std::string::npos && mapOld < wdOld && wdOld < mapNew)
-      << fromA;
+      << fromA << "\n" << pairs;
    std::string fromB = cap.fields("ip.src==2.2.2.2 && ldp.msg.tlv.fec.pw.pwid == 7",
                                   {"ldp.msg.type", "ldp.msg.tlv.generic.label",
                                    "ldp.msg.tlv.pwstatus.code"},

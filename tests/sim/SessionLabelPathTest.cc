@@ -155,8 +155,18 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
    EXPECT_EQ(LdpFecSessionId(fec24(23, 0, 0), LdpSessionId(r1Id)), notifier->ldpFecSessionId());
    EXPECT_TRUE(b.status()->ldpFecSessionStatusColl()->fecSessionStatusHas(notifier->ldpFecSessionId()));
    EXPECT_TRUE(b.status()->ldpFecStatusColl()->fecStatusHas(fec24(23, 0, 0)));
-   // Nothing keeps the FEC: a moment later it is gone with its status, its
-   // pipe and its FEC session.
+   // Liberal retention keeps the peer's label, and the label keeps the FEC.
+   fake.runFor(1.5);
+   ASSERT_TRUE(b.status()->ldpFecConfigColl()->fecConfigHas(fec24(23, 0, 0)));
+   EXPECT_TRUE(b.status()->ldpFecConfigColl()->fecConfigFind(fec24(23, 0, 0))->membershipHas(
+      membershipSession_));
+   // The peer withdraws it: the label is released, and with nothing left to
+   // keep it the FEC goes a moment later with its status, its pipe and its
+   // FEC session.
+   fake.send(
+      {B::labelMsg(LdpLabelWithdraw_, 603, {B::prefixElement(IpAddr(23, 0, 0, 0), 24)}, 800)});
+   fake.runFor(1.5);
+   ASSERT_EQ(1u, fake.rxCount(LdpLabelRelease_));
    fake.runFor(1.5);
    EXPECT_FALSE(b.status()->ldpFecConfigColl()->fecConfigHas(fec24(23, 0, 0)));
    EXPECT_FALSE(b.status()->ldpFecStatusColl()->fecStatusHas(fec24(23, 0, 0)));
@@ -173,11 +183,15 @@ TEST_F(LabelPath, FecMessagesFindTheirFecOrLeaveNoTrace) {
    fake.runFor(0.5);
    EXPECT_EQ(known, fecs->fecConfigSize());
    EXPECT_FALSE(fecs->fecConfigHas(fec24(24, 0, 0)));
-   ASSERT_EQ(1u, fake.rxCount(LdpLabelRelease_));
+   ASSERT_EQ(2u, fake.rxCount(LdpLabelRelease_));
    for (auto const& m : fake.rxMsgs()) {
       if (m.type != LdpLabelRelease_) continue;
       auto rel = ldpLabelReleaseMsgParserFactory(m.pkt, m.offset);
       ASSERT_TRUE(rel->validMsg());
+      if (rel->ldpFecTlvParser()->fwdEqvCls(0) == fec24(23, 0, 0)) {
+         EXPECT_EQ(800u, rel->label().value());
+         continue;
+      }
       EXPECT_EQ(fec24(24, 0, 0), rel->ldpFecTlvParser()->fwdEqvCls(0));
       EXPECT_EQ(801u, rel->label().value());
    }
