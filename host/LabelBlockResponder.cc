@@ -58,13 +58,12 @@ void LabelBlockResponderSm::answer() {
       status_->labelBlockAllocationDel(client_);
       return;
    }
-   // The block is what was asked for, as far as the range reaches below the
-   // labels kept for pseudowires at its top.
-   U32 want = r->size() ? r->size() : defaultRangeSize;
-   U32 avail = size_ - pseudowireLabelCount(size_);
+   // LDP is the range's only client on this host: its block is the whole
+   // range below the labels kept for pseudowires at its top, whatever size it
+   // asked for, so that a larger configured range labels more FECs.
    auto block = status_->labelBlockAllocationIs(client_);
    block->baseIs(base_);
-   block->sizeIs(want < avail ? want : avail);
+   block->sizeIs(size_ - pseudowireLabelCount(size_));
 }
 
 }  // namespace Host

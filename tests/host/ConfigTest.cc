@@ -372,6 +372,11 @@ TEST_F(AgentWithConfig, LabelBlockAnswersTheAgentsRequest) {
    ASSERT_TRUE(apply("mpls label range 500000 100\n").empty());
    EXPECT_EQ(500000u, block->base());
    EXPECT_EQ(75u, block->size());
+   // A larger range than asked for is all LDP's, but the pseudowires' top.
+   ASSERT_TRUE(apply("mpls label range 100000 400000\n").empty());
+   EXPECT_EQ(100000u, block->base());
+   EXPECT_EQ(400000u - pseudowireLabelCount(400000), block->size());
+   EXPECT_GT(block->size(), 100000u);
    req->labelRequestDel("main");
    EXPECT_FALSE(status->labelBlockAllocation("ldp"));
 }
