@@ -8,6 +8,7 @@
 #include "host/ConfigApplier.h"
 #include "host/KernelState.h"
 #include "host/LabelBlockResponder.h"
+#include "host/Show.h"
 #include "runtime/nolu/Sim.h"
 #include "runtime/vek/Reactor.h"
 
@@ -533,7 +534,9 @@ TEST(HostConfig, LabelBindingStatementsLocalAndRemote) {
 }
 
 TEST_F(AgentWithConfig, StaticBindingsReachTheAgentsConfigurationLive) {
-   ASSERT_TRUE(apply("mpls ldp\n label binding 10.9.0.1/32 local 5000\n"
+   link(1, "lo", kUp | kLoop);
+   addr(1, IpAddr(1, 1, 1, 1), 32);
+   ASSERT_TRUE(apply("mpls ldp\n router-id interface lo\n label binding 10.9.0.1/32 local 5000\n"
                      " label binding 10.9.0.1/32 remote 300 nexthop 10.0.1.2\n"
                      " label binding 10.9.0.2/32 remote implicit-null nexthop 10.0.1.3\n")
                   .empty());
@@ -548,6 +551,31 @@ TEST_F(AgentWithConfig, StaticBindingsReachTheAgentsConfigurationLive) {
    EXPECT_TRUE(e2->localLabel().isNull());
    EXPECT_EQ(Nolu::MplsLabel(3), e2->outLabel());
 
+   // Once a session has told the next hop's address, the label is the
+   // prefix's in that LSR's table, and the bindings show it.
+   am.runFor(3.0);
+   auto st = agent->ldpStatusColl()->status("default");
+   ASSERT_TRUE(st);
+   Vek::ptr_const_cast<Ldp::LdpIdIntfIpMappingTable>(st->ldpIdIntfIpMappingTable())
+      ->intfIpToLdpIdIs(Nolu::IpGenAddr(IpAddr(10, 0, 1, 2)),
+                        Ldp::LdpIdentifier(IpAddr(2, 2, 2, 2), 0));
+   {
+      auto t = st->peerLabelBindingTableColl()->peerLabelBindingTable(
+         Mpls::RouterId(IpAddr(2, 2, 2, 2).value(), 0));
+      ASSERT_TRUE(t);
+      auto const* row = t->bindingFind(e1->fec());
+      ASSERT_TRUE(row);
+      EXPECT_TRUE(row->mplsLabelHas(Nolu::MplsLabel(300)));
+   }
+   ShowContext ctx;
+   ctx.agent = agent.ptr();
+   ctx.config = applier.get();
+   std::string out;
+   ASSERT_TRUE(runShow({"mpls", "ldp", "bindings", "10.9.0.1/32"}, true, ctx, &out)) << out;
+   EXPECT_NE(std::string::npos, out.find("\"static\"")) << out;
+   EXPECT_NE(std::string::npos, out.find("2.2.2.2:0")) << out;
+   EXPECT_NE(std::string::npos, out.find("5000")) << out;
+
    // The remote half goes and the local one stays in the same entry; a
    // prefix with neither goes.
    ASSERT_TRUE(apply("mpls ldp\n label binding 10.9.0.1/32 local 5000\n").empty());
@@ -556,4 +584,5 @@ TEST_F(AgentWithConfig, StaticBindingsReachTheAgentsConfigurationLive) {
    EXPECT_TRUE(e1->outLabel().isNull());
    EXPECT_TRUE(e1->nexthop().isUnspecified());
    EXPECT_EQ(Nolu::MplsLabel(5000), e1->localLabel());
+   EXPECT_EQ(0u, st->peerLabelBindingTableColl()->peerLabelBindingTableSize());
 }
