@@ -2,12 +2,14 @@
 // waits for the LSR that owns the next hop's address and follows the address
 // from LSR to LSR, yields to a label learned from that LSR and comes back when
 // the learned label goes, stands in filteredFec while the FEC is filtered, and
-// leaves no empty peer table behind.
+// leaves no empty peer table behind; and the same between two agents whose
+// session tells the next hop's address.
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "label/LdpPeerLabelBindingTableSm.h"
+#include "tests/harness/Scenario.h"
 
 using namespace Ldp;
 using Mpls::FwdEqvClass;
@@ -199,4 +201,83 @@ TEST_F(StaticBinding, AFilteredFecStandsInFilteredFecAndEmptyTablesGo) {
    fss->fecSessionStatusDel(LdpFecSessionId(fec(1), LdpSessionId(lsr(2))));
    fecs->fecConfigDel(fec(1));
    EXPECT_EQ(0u, peers->peerLabelBindingTableSize());
+}
+
+namespace {
+
+struct StaticBindingTwoAgents : ::testing::Test {
+   LdpTest::Scenario s;
+   LdpTest::AgentNode& a = s.agent("a");
+   LdpTest::AgentNode& b = s.agent("b");
+   U32 nextFecId = 1;
+
+   void SetUp() override {
+      s.link("a", "eth1", "10.0.1.1/24", "b", "eth1", "10.0.1.2/24");
+      a.loopback("1.1.1.1");
+      b.loopback("2.2.2.2");
+      block(a, 1000);
+      block(b, 2000);
+      route(a, "2.2.2.2/32", "eth1", IpAddr(10, 0, 1, 2));
+      route(b, "2.2.2.2/32", "lo", IpAddr(), 1);
+   }
+   void block(LdpTest::AgentNode& n, U32 base) {
+      auto bl = n.store()->get<Mpls::Api::Status>("mpls/status")->labelBlockAllocationIs("ldp");
+      bl->baseIs(base);
+      bl->sizeIs(100);
+   }
+   void route(LdpTest::AgentNode& n, std::string const& p, std::string const& intf, IpAddr hop,
+              U8 type = 2) {
+      auto fwd = n.store()->get<Tesh::Fib::ForwardingStatus>("forwarding/status");
+      U32 id = nextFecId++;
+      fwd->fecIs(id)->viaIs(Via(Nolu::IpGenAddr(hop), Nolu::IntfId(intf)), true);
+      auto r = n.store()->get<Tesh::Fib::RouteStatus>("routing/status")->routeIs(
+         *Nolu::Prefix::fromString(p));
+      r->routeTypeIs(type);
+      r->fecIdIs(id);
+   }
+   // The labels and source of a prefix's row in a's table of b.
+   std::pair<std::set<U32>, U8> row(std::string const& p) {
+      auto t = a.status()->peerLabelBindingTableColl()->peerLabelBindingTable(rid(2));
+      auto const* bnd = t ? t->bindingFind(FwdEqvClass(*Nolu::Prefix::fromString(p))) : nullptr;
+      std::pair<std::set<U32>, U8> out{{}, 0};
+      if (!bnd) return out;
+      out.second = bnd->labelSource();
+      for (auto l = bnd->mplsLabelIter(); l; ++l) out.first.insert(l.key().value());
+      return out;
+   }
+};
+
+}  // namespace
+
+TEST_F(StaticBindingTwoAgents, AStaticLabelWaitsForTheSessionAndYieldsToTheLearnedOne) {
+   a.ldp();
+   b.ldp();
+   auto c = a.config();
+   for (auto [p, label] : {std::pair<char const*, U32>{"2.2.2.2/32", 777}, {"10.9.9.9/32", 555}}) {
+      auto e = c->staticFecBindingCollIs(FwdEqvClass(*Nolu::Prefix::fromString(p)));
+      e->nexthopIs(Nolu::IpGenAddr(IpAddr(10, 0, 1, 2)));
+      e->outLabelIs(MplsLabel(label));
+   }
+   s.runFor(0.5);
+   ASSERT_TRUE(a.status());
+   EXPECT_EQ(0u, a.status()->peerLabelBindingTableColl()->peerLabelBindingTableSize());
+
+   // The session tells b's addresses: the FEC that b labels has b's label
+   // (Implicit Null for its own loopback), the other one the static label.
+   ASSERT_TRUE(s.runUntil([&] { return row("10.9.9.9/32").first == std::set<U32>{555}; }, 30.0));
+   EXPECT_EQ(1, row("10.9.9.9/32").second);
+   ASSERT_TRUE(s.runUntil([&] { return row("2.2.2.2/32").first == std::set<U32>{3}; }, 10.0));
+   EXPECT_EQ(2, row("2.2.2.2/32").second);
+
+   // b stops labelling its loopback: the static label takes the place.
+   b.store()->get<Tesh::Fib::RouteStatus>("routing/status")->routeDel(
+      *Nolu::Prefix::fromString("2.2.2.2/32"));
+   ASSERT_TRUE(s.runUntil([&] { return row("2.2.2.2/32").first == std::set<U32>{777}; }, 10.0));
+   EXPECT_EQ(1, row("2.2.2.2/32").second);
+
+   // The session goes with the link: its addresses, and so the rows, go.
+   a.intfOperStatusIs("eth1", Interface::intfOperDown_);
+   EXPECT_TRUE(s.runUntil(
+      [&] { return a.status()->peerLabelBindingTableColl()->peerLabelBindingTableSize() == 0; },
+      60.0));
 }
