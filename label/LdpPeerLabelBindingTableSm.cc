@@ -87,19 +87,19 @@ void LdpPeerLabelBindingTableSm::handleMplsLabel(LdpFecSessionId const& id,
       }
       // A learned label beats a configured one: the static label leaves.
       std::vector<Nolu::MplsLabel> others;
-      if (b->labelSource() == labelSourceStatic) {
+      bool wasStatic = b->labelSource() == labelSourceStatic;
+      if (wasStatic) {
          LDP_TRACE(th, 7, "   Clearing static label binding.");
          for (auto it = b->mplsLabelIter(); it; ++it)
             if (it.key() != label) others.push_back(it.key());
          for (auto const& l : others) b->mplsLabelDel(l);
-         if (!others.empty()) b->lastUpdateIs(nowUtc());
+         b->lastUpdateIs(nowUtc());
       }
       b->labelSourceIs(labelSourceDynamic);
       b = {};
-      if (added) {
-         t->filteredFecDel(fec);
-         t->updateProducer(fec, label);
-      }
+      if (added) t->filteredFecDel(fec);
+      // Readers see the row's source too: the same label learned changes it.
+      if (added || wasStatic) t->updateProducer(fec, label);
       for (auto const& l : others) t->updateProducer(fec, l);
       LDP_TRACE(th, 7, " add " << label << " " << id);
       return;

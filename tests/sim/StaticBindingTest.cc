@@ -156,8 +156,10 @@ TEST_F(StaticBinding, ALearnedLabelWinsAndItsLossBringsTheStaticOneBack) {
 
    // The same label learned: it is the learned one now, and stays through
    // its loss as the static one again.
+   U64 told = peers->peerLabelBindingTable(rid(2))->changeCnt();
    learned(2, fec(1), 301, true);
    EXPECT_EQ((Rows{{{rid(2), fec(1)}, {{301}, learnedSrc}}}), rows());
+   EXPECT_GT(peers->peerLabelBindingTable(rid(2))->changeCnt(), told);
    learned(2, fec(1), 301, false);
    EXPECT_EQ((Rows{{{rid(2), fec(1)}, {{301}, staticSrc}}}), rows());
 
