@@ -312,10 +312,12 @@ void LdpRoot::handleInitialized() {
    ldpFecSessionRxSm_.is(LdpFecSessionRxSm::LdpFecSessionRxSmIs(instId(), w));
    madeLog_.push_back("ldpFecSessionRxSm");
    LdpPeerLabelBindingTableSm::Inputs pb;
+   pb.config = in_.config;
    pb.ldpFecConfigColl = st->ldpFecConfigColl();
    pb.ldpSessionStatusColl = st->ldpSessionStatusColl();
    pb.ldpFecSessionStatusColl = st->ldpFecSessionStatusColl();
    pb.peerLabelBindingTableColl = st->peerLabelBindingTableColl();
+   pb.ldpIdIntfIpMappingTable = st->ldpIdIntfIpMappingTable();
    ldpPeerLabelBindingTableSm_.is(
       LdpPeerLabelBindingTableSm::LdpPeerLabelBindingTableSmIs(instId(), pb));
    madeLog_.push_back("ldpPeerLabelBindingTableSm");

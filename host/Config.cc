@@ -216,21 +216,46 @@ class Parser {
          return true;
       }
       if (k == "label" && n >= 2 && ws[1] == "binding") {
-         // label binding A.B.C.D/LEN local N
+         // label binding A.B.C.D/LEN local N|implicit-null
+         // label binding A.B.C.D/LEN remote N|implicit-null nexthop A.B.C.D
+         static char const* const usage =
+            "label binding A.B.C.D/LEN local LABEL|implicit-null, or label binding "
+            "A.B.C.D/LEN remote LABEL|implicit-null nexthop A.B.C.D";
          auto p = n >= 3 ? Nolu::Prefix::fromString(ws[2]) : std::nullopt;
-         if (!p || (no ? (n != 3 && n != 5) : n != 5) || (n == 5 && ws[3] != "local")) {
-            expect("label binding A.B.C.D/LEN local LABEL");
+         std::string kind = n >= 4 ? ws[3] : "";
+         bool local = kind == "local", remote = kind == "remote";
+         // The no form names the prefix, and optionally the kind of binding
+         // with what it said.
+         bool shapeOk = no ? (n == 3 || (local && (n == 4 || n == 5)) ||
+                              (remote && (n == 4 || n == 5 || (n == 7 && ws[5] == "nexthop"))))
+                           : ((local && n == 5) || (remote && n == 7 && ws[5] == "nexthop"));
+         if (!p || !shapeOk) {
+            expect(usage);
             return true;
          }
          if (no) {
-            l.staticBindings.erase(*p);
+            if (!remote) l.staticBindings.erase(*p);
+            if (!local) l.staticRemoteBindings.erase(*p);
             return true;
          }
          U32 v = 0;
-         // Labels below 16 are reserved for special purposes, except Implicit Null.
+         if (local) {
+            // Labels below 16 are reserved for special purposes, except Implicit Null.
+            if (ws[4] == "implicit-null") v = 3;
+            else if (!number(ws[4], 16, 1048575, &v, "the local label")) return true;
+            l.staticBindings[*p] = v;
+            return true;
+         }
+         // The next hop's label is whatever it gave out, reserved labels included.
          if (ws[4] == "implicit-null") v = 3;
-         else if (!number(ws[4], 16, 1048575, &v, "the local label")) return true;
-         l.staticBindings[*p] = v;
+         else if (!number(ws[4], 0, 1048575, &v, "the remote label")) return true;
+         Nolu::IpAddr hop;
+         if (!address(ws[6], &hop)) return true;
+         if (hop.isZero() || hop.isMulticast() || hop.isLoopback()) {
+            error("not a next-hop address: " + ws[6]);
+            return true;
+         }
+         l.staticRemoteBindings[*p] = LdpVrfConfig::RemoteBinding{v, hop};
          return true;
       }
       if (k == "label" && n >= 2 && ws[1] == "allocation") {
@@ -694,6 +719,10 @@ std::string renderConfig(HostConfig const& cfg) {
       for (auto const& [p, label] : l.staticBindings)
          os << "   label binding " << p << " local "
             << (label == 3 ? std::string("implicit-null") : std::to_string(label)) << "\n";
+      for (auto const& [p, rb] : l.staticRemoteBindings)
+         os << "   label binding " << p << " remote "
+            << (rb.label == 3 ? std::string("implicit-null") : std::to_string(rb.label))
+            << " nexthop " << rb.nexthop << "\n";
       if (l.allPrefixes) os << "   label allocation all-prefixes\n";
       if (!l.fecFilterPrefixList.empty())
          os << "   fec filter prefix-list " << l.fecFilterPrefixList << "\n";

@@ -40,6 +40,14 @@ struct LdpVrfConfig {
    std::string fecFilterPrefixList;
    // "label binding PREFIX local N": a configured local label per IPv4 prefix.
    std::map<Nolu::Prefix, U32> staticBindings;
+   // "label binding PREFIX remote N nexthop A.B.C.D": the label that a next hop
+   // expects for an IPv4 prefix (3 is Implicit Null).
+   struct RemoteBinding {
+      U32 label = 0;
+      Nolu::IpAddr nexthop;
+      bool operator==(RemoteBinding const&) const = default;
+   };
+   std::map<Nolu::Prefix, RemoteBinding> staticRemoteBindings;
    // "label allocation all-prefixes": FECs for routes shorter than /32.
    bool allPrefixes = false;
    Vek::Seconds linkReadyDelay = 0.0;

@@ -67,13 +67,29 @@ void ConfigApplier::applyLdp(std::string const& vrf, LdpVrfConfig const& l) {
    Ldp::LdpProtoParamSetting feature = c->ldpProtoParamSetting();
    feature.flagIs(Ldp::LdpProtoParamSetting::shortPrefixFecs, l.allPrefixes);
    c->ldpProtoParamSettingIs(feature);
+   // One entry per prefix with a local or a remote binding, or both; the
+   // half that is not configured holds the null label.
    std::vector<Mpls::FwdEqvClass> gone;
-   for (auto it = c->staticFecBindingCollIter(); it; ++it)
-      if (it.key().af() != Nolu::ipv4_ || !l.staticBindings.count(it.key().prefix().v4Prefix()))
+   for (auto it = c->staticFecBindingCollIter(); it; ++it) {
+      bool v4 = it.key().af() == Nolu::ipv4_;
+      if (!v4 || (!l.staticBindings.count(it.key().prefix().v4Prefix()) &&
+                  !l.staticRemoteBindings.count(it.key().prefix().v4Prefix())))
          gone.push_back(it.key());
+   }
    for (auto const& f : gone) c->staticFecBindingCollDel(f);
-   for (auto const& [p, label] : l.staticBindings)
-      c->staticFecBindingCollIs(Mpls::FwdEqvClass(p))->localLabelIs(Nolu::MplsLabel(label));
+   std::set<Nolu::Prefix> prefixes;
+   for (auto const& b : l.staticBindings) prefixes.insert(b.first);
+   for (auto const& b : l.staticRemoteBindings) prefixes.insert(b.first);
+   for (auto const& p : prefixes) {
+      auto e = c->staticFecBindingCollIs(Mpls::FwdEqvClass(p));
+      auto local = l.staticBindings.find(p);
+      auto remote = l.staticRemoteBindings.find(p);
+      e->localLabelIs(local == l.staticBindings.end() ? Nolu::MplsLabel::null()
+                                                      : Nolu::MplsLabel(local->second));
+      bool hasRemote = remote != l.staticRemoteBindings.end();
+      e->nexthopIs(hasRemote ? Nolu::IpGenAddr(remote->second.nexthop) : Nolu::IpGenAddr());
+      e->outLabelIs(hasRemote ? Nolu::MplsLabel(remote->second.label) : Nolu::MplsLabel::null());
+   }
    c->linkReadyDelayIs(l.linkReadyDelay);
    c->linkReadyTimeoutIs(l.linkReadyTimeout);
    c->enabledIs(!l.shutdown);

@@ -905,6 +905,22 @@ Node bindingNode(Ldp::Status const& st, Ldp::LdpFecConfig const& c,
       d.set("messagesRx", msgCounts(s->ldpMsgRx()));
       d.set("messagesTx", msgCounts(s->ldpMsgTx()));
    }
+   // Configured outgoing labels, in the table of the LSR that owns their next
+   // hop for as long as no label learned from it takes their place.
+   for (auto t = st.peerLabelBindingTableColl()->peerLabelBindingTableIter(); t; ++t) {
+      Ldp::LdpIdentifier peer(t.key().rtrIdValue(), t.key().lblSpaceValue());
+      if (neighbor && !(peer == *neighbor)) continue;
+      auto const* b = t.value()->bindingFind(c.fec());
+      if (!b || b->labelSource() != 1) continue;
+      auto const* s = fss->fecSessionStatusFind(Ldp::LdpFecSessionId(c.fec(), Ldp::LdpSessionId(peer)));
+      for (auto it = b->mplsLabelIter(); it; ++it) {
+         Node& r = remote.add(Node::object());
+         r.set("peer", peer.stringValue());
+         r.set("label", U32(it.key().value()));
+         r.set("state", "static");
+         r.set("nextHop", s ? s->isNexthopLsr() : false);
+      }
+   }
    return f;
 }
 

@@ -8,6 +8,7 @@
 #include "host/ConfigApplier.h"
 #include "host/KernelState.h"
 #include "host/LabelBlockResponder.h"
+#include "host/Show.h"
 #include "runtime/nolu/Sim.h"
 #include "runtime/vek/Reactor.h"
 
@@ -471,4 +472,122 @@ TEST_F(AgentWithConfig, PseudowiresBecomeRequestsWithLabelsAtTheTopOfTheRange) {
    // A bad statement changes nothing.
    EXPECT_FALSE(apply("pseudowire pw3\n mtu 70000\n", false).empty());
    EXPECT_EQ(1500u, reqs.ldpRequest(k3)->mtu());
+}
+
+TEST(HostConfig, LabelBindingStatementsLocalAndRemote) {
+   HostConfig c;
+   std::vector<ConfigError> e;
+   ASSERT_TRUE(parseConfig("mpls ldp\n"
+                           " label binding 10.9.0.1/32 local 5000\n"
+                           " label binding 10.9.0.1/32 remote 300 nexthop 10.0.1.2\n"
+                           " label binding 10.9.0.2/32 remote implicit-null nexthop 10.0.1.3\n"
+                           " label binding 10.9.0.3/32 remote 0 nexthop 10.0.1.3\n",
+                           c, e))
+      << (e.empty() ? "" : e[0].str());
+   auto const& l = c.ldp.at("default");
+   Nolu::Prefix p1 = *Nolu::Prefix::fromString("10.9.0.1/32");
+   Nolu::Prefix p2 = *Nolu::Prefix::fromString("10.9.0.2/32");
+   EXPECT_EQ(5000u, l.staticBindings.at(p1));
+   EXPECT_EQ((LdpVrfConfig::RemoteBinding{300, IpAddr(10, 0, 1, 2)}), l.staticRemoteBindings.at(p1));
+   EXPECT_EQ((LdpVrfConfig::RemoteBinding{3, IpAddr(10, 0, 1, 3)}), l.staticRemoteBindings.at(p2));
+   EXPECT_EQ(0u, l.staticRemoteBindings.at(*Nolu::Prefix::fromString("10.9.0.3/32")).label);
+   std::string text = renderConfig(c);
+   EXPECT_NE(std::string::npos,
+             text.find("label binding 10.9.0.2/32 remote implicit-null nexthop 10.0.1.3\n"));
+   HostConfig again;
+   ASSERT_TRUE(parseConfig(text, again, e));
+   EXPECT_EQ(c, again);
+
+   // Each half goes by its own "no"; the prefix alone takes both.
+   ASSERT_TRUE(parseConfig("mpls ldp\n no label binding 10.9.0.1/32 remote\n"
+                           " no label binding 10.9.0.2/32 remote implicit-null nexthop 10.0.1.3\n",
+                           c, e));
+   EXPECT_TRUE(c.ldp.at("default").staticBindings.count(p1));
+   EXPECT_FALSE(c.ldp.at("default").staticRemoteBindings.count(p1));
+   EXPECT_FALSE(c.ldp.at("default").staticRemoteBindings.count(p2));
+   ASSERT_TRUE(parseConfig("mpls ldp\n label binding 10.9.0.1/32 remote 7 nexthop 10.0.1.2\n"
+                           " no label binding 10.9.0.1/32 local\n",
+                           c, e));
+   EXPECT_FALSE(c.ldp.at("default").staticBindings.count(p1));
+   EXPECT_TRUE(c.ldp.at("default").staticRemoteBindings.count(p1));
+   ASSERT_TRUE(parseConfig("mpls ldp\n no label binding 10.9.0.1/32\n", c, e));
+   EXPECT_FALSE(c.ldp.at("default").staticRemoteBindings.count(p1));
+
+   // Refusals, each on its line, and nothing changes.
+   HostConfig before = c;
+   auto errs = parseErrors("mpls ldp\n"
+                           " label binding 10.9.0.1/32 remote 300\n"                    // 2
+                           " label binding 10.9.0.1/32 remote 1048576 nexthop 1.2.3.4\n" // 3
+                           " label binding 10.9.0.1/32 remote 30 nexthop 0.0.0.0\n"     // 4
+                           " label binding 10.9.0.1/32 remote 30 nexthop 224.0.0.2\n"   // 5
+                           " label binding 10.9.0.1/32 remote 30 nexthop 10.0.1\n"      // 6
+                           " label binding 10.9.0.1/32 remote 30 via 10.0.1.2\n"        // 7
+                           " label binding 10.9.0.1/33 remote 30 nexthop 10.0.1.2\n"    // 8
+                           " label binding 10.9.0.1/32 remote x nexthop 10.0.1.2\n"     // 9
+                           " label binding 10.9.0.1/32 local 15\n"                      // 10
+                           " no label binding 10.9.0.1/32 remote 30 nexthop\n",         // 11
+                           &c);
+   std::vector<unsigned> lines;
+   for (auto const& x : errs) lines.push_back(x.line);
+   EXPECT_EQ((std::vector<unsigned>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11}), lines);
+   ASSERT_EQ(10u, errs.size());
+   EXPECT_NE(std::string::npos, errs[0].message.find("remote LABEL|implicit-null nexthop"));
+   EXPECT_NE(std::string::npos, errs[1].message.find("the remote label"));
+   EXPECT_NE(std::string::npos, errs[2].message.find("not a next-hop address"));
+   EXPECT_NE(std::string::npos, errs[4].message.find("not an IPv4 address"));
+   EXPECT_EQ(before, c);
+}
+
+TEST_F(AgentWithConfig, StaticBindingsReachTheAgentsConfigurationLive) {
+   link(1, "lo", kUp | kLoop);
+   addr(1, IpAddr(1, 1, 1, 1), 32);
+   ASSERT_TRUE(apply("mpls ldp\n router-id interface lo\n label binding 10.9.0.1/32 local 5000\n"
+                     " label binding 10.9.0.1/32 remote 300 nexthop 10.0.1.2\n"
+                     " label binding 10.9.0.2/32 remote implicit-null nexthop 10.0.1.3\n")
+                  .empty());
+   auto cfg = agent->ldpConfigColl()->config("default");
+   ASSERT_TRUE(cfg);
+   auto e1 = cfg->staticFecBindingColl(Mpls::FwdEqvClass(*Nolu::Prefix::fromString("10.9.0.1/32")));
+   auto e2 = cfg->staticFecBindingColl(Mpls::FwdEqvClass(*Nolu::Prefix::fromString("10.9.0.2/32")));
+   ASSERT_TRUE(e1 && e2);
+   EXPECT_EQ(Nolu::MplsLabel(5000), e1->localLabel());
+   EXPECT_EQ(Nolu::MplsLabel(300), e1->outLabel());
+   EXPECT_EQ(Nolu::IpGenAddr(IpAddr(10, 0, 1, 2)), e1->nexthop());
+   EXPECT_TRUE(e2->localLabel().isNull());
+   EXPECT_EQ(Nolu::MplsLabel(3), e2->outLabel());
+
+   // Once a session has told the next hop's address, the label is the
+   // prefix's in that LSR's table, and the bindings show it.
+   am.runFor(3.0);
+   auto st = agent->ldpStatusColl()->status("default");
+   ASSERT_TRUE(st);
+   Vek::ptr_const_cast<Ldp::LdpIdIntfIpMappingTable>(st->ldpIdIntfIpMappingTable())
+      ->intfIpToLdpIdIs(Nolu::IpGenAddr(IpAddr(10, 0, 1, 2)),
+                        Ldp::LdpIdentifier(IpAddr(2, 2, 2, 2), 0));
+   {
+      auto t = st->peerLabelBindingTableColl()->peerLabelBindingTable(
+         Mpls::RouterId(IpAddr(2, 2, 2, 2).value(), 0));
+      ASSERT_TRUE(t);
+      auto const* row = t->bindingFind(e1->fec());
+      ASSERT_TRUE(row);
+      EXPECT_TRUE(row->mplsLabelHas(Nolu::MplsLabel(300)));
+   }
+   ShowContext ctx;
+   ctx.agent = agent.ptr();
+   ctx.config = applier.get();
+   std::string out;
+   ASSERT_TRUE(runShow({"mpls", "ldp", "bindings", "10.9.0.1/32"}, true, ctx, &out)) << out;
+   EXPECT_NE(std::string::npos, out.find("\"static\"")) << out;
+   EXPECT_NE(std::string::npos, out.find("2.2.2.2:0")) << out;
+   EXPECT_NE(std::string::npos, out.find("5000")) << out;
+
+   // The remote half goes and the local one stays in the same entry; a
+   // prefix with neither goes.
+   ASSERT_TRUE(apply("mpls ldp\n label binding 10.9.0.1/32 local 5000\n").empty());
+   EXPECT_EQ(1u, cfg->staticFecBindingCollSize());
+   EXPECT_EQ(e1, cfg->staticFecBindingColl(e1->fec()));
+   EXPECT_TRUE(e1->outLabel().isNull());
+   EXPECT_TRUE(e1->nexthop().isUnspecified());
+   EXPECT_EQ(Nolu::MplsLabel(5000), e1->localLabel());
+   EXPECT_EQ(0u, st->peerLabelBindingTableColl()->peerLabelBindingTableSize());
 }
