@@ -16,47 +16,6 @@ using namespace HostTest;
 
 namespace {
 
-// tshark capturing LDP's TCP on one interface of a namespace into a file.
-class Capture {
- public:
-   Capture(std::string const& ns, std::string const& intf, std::string file)
-      : file_(std::move(file)) {
-      pid_ = fork();
-      if (pid_ == 0) {
-         int null = open("/dev/null", O_WRONLY);
-         dup2(null, 1);
-         dup2(null, 2);
-         execlp("ip", "ip", "netns", "exec", ns.c_str(), "tshark", "-i", intf.c_str(), "-f",
-                "tcp port 646", "-w", file_.c_str(), static_cast<char*>(nullptr));
-         _exit(127);
-      }
-      ok_ = pid_ > 0 && waitFor([&] { return access(file_.c_str(), R_OK) == 0; }, 15.0);
-   }
-   ~Capture() { stop(); }
-   bool ok() const { return ok_; }
-   void stop() {
-      if (pid_ <= 0) return;
-      ::kill(pid_, SIGINT);
-      int st;
-      waitpid(pid_, &st, 0);
-      pid_ = -1;
-   }
-   std::string fields(std::string const& filter, std::vector<std::string> const& names,
-                      std::string const& dir) const {
-      std::vector<std::string> argv{"tshark", "-r", file_, "-Y", filter, "-T", "fields"};
-      for (auto const& n : names) {
-         argv.push_back("-e");
-         argv.push_back(n);
-      }
-      return run(argv, dir).out;
-   }
-
- private:
-   std::string file_;
-   pid_t pid_ = -1;
-   bool ok_ = false;
-};
-
 std::string unavailable(bool frr) {
    std::string why = frr ? frrUnavailable() : realHostUnavailable();
    if (!why.empty()) return why;
