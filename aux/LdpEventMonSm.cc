@@ -136,46 +136,22 @@ class LdpEventMonStatusSm::SessionStatusCollReactor
       fwd([&k](auto* sm) { sm->handleSessionStatus(k); });
    }
 };
-class LdpEventMonStatusSm::SessionConfigReactor : public LdpSessionConfig::NotifieeConst {
+class LdpEventMonStatusSm::SessionConfigReactor
+   : public Vek::KeyedCustomReactor<LdpSessionConfig::NotifieeConst, LdpEventMonStatusSm,
+                                    LdpSessionId> {
  public:
-   SessionConfigReactor(LdpEventMonStatusSm* sm, Vek::Ptr<LdpSessionConfig const> const& n,
-                        LdpSessionId const& key)
-      : sm_(sm), key_(key) {
-      ownerIs(sm);
-      notifierBaseIs(n);
-   }
-   void onLdpSessionRole() override { run(&LdpEventMonStatusSm::handleSessionRole); }
-   void onPeerIpAddr() override { run(&LdpEventMonStatusSm::handleSessionPeerIpAddr); }
-
- private:
-   void run(void (LdpEventMonStatusSm::*h)(LdpSessionId const&)) {
-      LdpEventMonStatusSm* sm = sm_;
-      LdpSessionId k = key_;
-      Vek::Sm::run(sm, [sm, h, &k] { (sm->*h)(k); });
-   }
-   LdpEventMonStatusSm* sm_;
-   LdpSessionId key_;
+   using KeyedCustomReactor::KeyedCustomReactor;
+   void onLdpSessionRole() override { fwdKey(&LdpEventMonStatusSm::handleSessionRole); }
+   void onPeerIpAddr() override { fwdKey(&LdpEventMonStatusSm::handleSessionPeerIpAddr); }
 };
-class LdpEventMonStatusSm::SessionStatusReactor : public LdpSessionStatus::NotifieeConst {
+class LdpEventMonStatusSm::SessionStatusReactor
+   : public Vek::KeyedCustomReactor<LdpSessionStatus::NotifieeConst, LdpEventMonStatusSm,
+                                    LdpSessionId> {
  public:
-   SessionStatusReactor(LdpEventMonStatusSm* sm, Vek::Ptr<LdpSessionStatus const> const& n,
-                        LdpSessionId const& key)
-      : sm_(sm), key_(key) {
-      ownerIs(sm);
-      notifierBaseIs(n);
-   }
-   void onSessionState() override { run(&LdpEventMonStatusSm::handleSessionState); }
-   void onCode() override { run(&LdpEventMonStatusSm::handleSessionCode); }
-   void onOperLabelAdvDspl() override { run(&LdpEventMonStatusSm::handleSessionOperAdv); }
-
- private:
-   void run(void (LdpEventMonStatusSm::*h)(LdpSessionId const&)) {
-      LdpEventMonStatusSm* sm = sm_;
-      LdpSessionId k = key_;
-      Vek::Sm::run(sm, [sm, h, &k] { (sm->*h)(k); });
-   }
-   LdpEventMonStatusSm* sm_;
-   LdpSessionId key_;
+   using KeyedCustomReactor::KeyedCustomReactor;
+   void onSessionState() override { fwdKey(&LdpEventMonStatusSm::handleSessionState); }
+   void onCode() override { fwdKey(&LdpEventMonStatusSm::handleSessionCode); }
+   void onOperLabelAdvDspl() override { fwdKey(&LdpEventMonStatusSm::handleSessionOperAdv); }
 };
 class LdpEventMonStatusSm::FecConfigReactor
    : public Vek::CustomReactor<LdpFecConfigColl::NotifieeConst, LdpEventMonStatusSm> {

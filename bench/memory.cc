@@ -247,10 +247,27 @@ void LabelTablesPerFec(benchmark::State& state) {
    }
 }
 
+// The cross-session notification that a FEC's status gains once a peer has
+// sent a mapping or a request for it, on top of the status's own bytes.
+void XsessionNotification(benchmark::State& state) {
+   for (auto _ : state) {
+      Ptr<Ldp::LdpFecStatusColl> statuses(new Ldp::LdpFecStatusColl("lfsc"));
+      for (U32 i = 0; i < kEntries; ++i) statuses->fecStatusIs(fecOf(i));
+      std::size_t before = heapBytes();
+      for (U32 i = 0; i < kEntries; ++i) {
+         Ptr<Ldp::LdpXsessionNotification> n(new Ldp::LdpXsessionNotification);
+         n->ldpXsessionNotificationTypeIs(Ldp::xsessionMapping_);
+         statuses->fecStatusIs(fecOf(i))->ldpXsessionNotificationIs(n);
+      }
+      report(state, before, heapBytes(), 0);
+   }
+}
+
 BENCHMARK(HostRoutes)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecConfigAndStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecSessionStatus)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecSessionStatusAfterExchange)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(FecMsgPipe)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(LabelTablesPerFec)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(XsessionNotification)->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

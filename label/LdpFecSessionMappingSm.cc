@@ -189,17 +189,8 @@ void LdpFecSessionMappingSm::handleMplsLabel(Mpls::FwdEqvClass const& fec,
 
 void LdpFecSessionMappingSm::handleLocalLabelStateTimerTask() {
    if (!initialized_) return;
-   U64 count = 0;
-   while (!fecSessionWorkQueue_.empty()) {
-      LdpFecSessionId id = fecSessionWorkQueue_.begin().key();
-      fecSessionWorkQueue_.erase(id);
-      processFecSessionMapping(id);
-      ++count;
-      if (localLabelStateTimerTask_->taskShouldYield()) break;
-   }
-   localLabelStateTimerTask_->taskWorkCountInc(count);
-   localLabelStateTimerTask_->taskWorkPendingIs(fecSessionWorkQueue_.size());
-   if (!fecSessionWorkQueue_.empty()) localLabelStateTimerTask_->scheduleTaskDelay(0.0);
+   Hesk::drainWorkQueue(localLabelStateTimerTask_.ptr(), fecSessionWorkQueue_,
+                        [this](LdpFecSessionId const& id) { processFecSessionMapping(id); });
 }
 
 // Withdraws that are due; a walk that yields resumes at its bookmark.

@@ -154,17 +154,8 @@ void LdpFecSessionRequestSm::handleSingletonRxSmNotify(LdpFecSessionId const& id
 
 void LdpFecSessionRequestSm::handlePeerLabelStateTimerTask() {
    if (!initialized_) return;
-   U64 count = 0;
-   while (!peerLabelWorkQueue_.empty()) {
-      LdpFecSessionId id = peerLabelWorkQueue_.begin().key();
-      peerLabelWorkQueue_.erase(id);
-      processPeerLabelState(id);
-      ++count;
-      if (peerLabelStateTimerTask_->taskShouldYield()) break;
-   }
-   peerLabelStateTimerTask_->taskWorkCountInc(count);
-   peerLabelStateTimerTask_->taskWorkPendingIs(peerLabelWorkQueue_.size());
-   if (!peerLabelWorkQueue_.empty()) peerLabelStateTimerTask_->scheduleTaskDelay(0.0);
+   Hesk::drainWorkQueue(peerLabelStateTimerTask_.ptr(), peerLabelWorkQueue_,
+                        [this](LdpFecSessionId const& id) { processPeerLabelState(id); });
 }
 
 void LdpFecSessionRequestSm::handlePeerNoRouteTimerTask() {

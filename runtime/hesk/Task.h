@@ -139,4 +139,22 @@ Vek::Ptr<TimerTask> timerTaskIs(S* sm, void (S::*h)(), Vek::Ptr<TaskScheduler> c
    return Vek::Ptr<TimerTask>(new SmTimerTask<S>(sm, h, s, p, std::move(name)));
 }
 
+// Hands the keys of a work queue (a map whose keys are the work) to process,
+// one at a time and each taken out first, until the queue is empty or the
+// task's slice is spent; the task runs again while work remains.
+template <class Q, class F>
+void drainWorkQueue(TimerTask* task, Q& queue, F const& process) {
+   U64 count = 0;
+   while (!queue.empty()) {
+      auto key = queue.begin().key();
+      queue.erase(key);
+      process(key);
+      ++count;
+      if (task->taskShouldYield()) break;
+   }
+   task->taskWorkCountInc(count);
+   task->taskWorkPendingIs(queue.size());
+   if (!queue.empty()) task->scheduleTaskDelay(0.0);
+}
+
 }  // namespace Hesk

@@ -124,4 +124,23 @@ class CustomReactor : public N {
    OnAssign onAssign_;
 };
 
+// A hand-written reactor of one member of a collection: its changes go to
+// handlers that take the member's key. The key is copied for the call, since
+// the handler may delete the reactor.
+template <class N, class S, class K>
+class KeyedCustomReactor : public CustomReactor<N, S> {
+ public:
+   KeyedCustomReactor(S* sm, Ptr<typename N::Notifier const> const& n, K const& key)
+      : CustomReactor<N, S>(sm, n), key_(key) {}
+
+ protected:
+   void fwdKey(void (S::*h)(K const&)) {
+      K k = key_;
+      this->fwd([h, &k](S* sm) { (sm->*h)(k); });
+   }
+
+ private:
+   K key_;
+};
+
 }  // namespace Vek

@@ -349,6 +349,25 @@ inline std::string realHostUnavailable() {
    return "";
 }
 
+// Three namespaces in a line, loopbacks 1.1.1.1 - 2.2.2.2 - 3.3.3.3, over
+// 10.0.12.0/24 (e12, e21) and 10.0.23.0/24 (e23, e32), each with routes to
+// the others' loopbacks.
+inline bool lsrLine(Netns& n1, Netns& n2, Netns& n3) {
+   return n1.ip("link add e12 type veth peer name e21 netns " + n2.name()) &&
+          n2.ip("link add e23 type veth peer name e32 netns " + n3.name()) &&
+          n1.ip("addr add 1.1.1.1/32 dev lo") && n2.ip("addr add 2.2.2.2/32 dev lo") &&
+          n3.ip("addr add 3.3.3.3/32 dev lo") && n1.ip("addr add 10.0.12.1/24 dev e12") &&
+          n2.ip("addr add 10.0.12.2/24 dev e21") && n2.ip("addr add 10.0.23.2/24 dev e23") &&
+          n3.ip("addr add 10.0.23.3/24 dev e32") && n1.ip("link set e12 up") &&
+          n2.ip("link set e21 up") && n2.ip("link set e23 up") && n3.ip("link set e32 up") &&
+          n1.ip("route add 2.2.2.2/32 via 10.0.12.2") &&
+          n1.ip("route add 3.3.3.3/32 via 10.0.12.2") &&
+          n2.ip("route add 1.1.1.1/32 via 10.0.12.1") &&
+          n2.ip("route add 3.3.3.3/32 via 10.0.23.3") &&
+          n3.ip("route add 1.1.1.1/32 via 10.0.23.2") &&
+          n3.ip("route add 2.2.2.2/32 via 10.0.23.2");
+}
+
 // tshark capturing LDP's TCP on one interface of a namespace into a file.
 class Capture {
  public:

@@ -378,20 +378,7 @@ TEST(RealHost, ThreeLsrsPingAcrossTheLabelSwitchedPath) {
    TempDir dir;
    Netns n1(uniq("1")), n2(uniq("2")), n3(uniq("3"));
    ASSERT_TRUE(n1.ok() && n2.ok() && n3.ok());
-   ASSERT_TRUE(n1.ip("link add e12 type veth peer name e21 netns " + n2.name()));
-   ASSERT_TRUE(n2.ip("link add e23 type veth peer name e32 netns " + n3.name()));
-   ASSERT_TRUE(n1.ip("addr add 1.1.1.1/32 dev lo") && n2.ip("addr add 2.2.2.2/32 dev lo") &&
-               n3.ip("addr add 3.3.3.3/32 dev lo"));
-   ASSERT_TRUE(n1.ip("addr add 10.0.12.1/24 dev e12") && n2.ip("addr add 10.0.12.2/24 dev e21") &&
-               n2.ip("addr add 10.0.23.2/24 dev e23") && n3.ip("addr add 10.0.23.3/24 dev e32"));
-   ASSERT_TRUE(n1.ip("link set e12 up") && n2.ip("link set e21 up") && n2.ip("link set e23 up") &&
-               n3.ip("link set e32 up"));
-   ASSERT_TRUE(n1.ip("route add 2.2.2.2/32 via 10.0.12.2") &&
-               n1.ip("route add 3.3.3.3/32 via 10.0.12.2") &&
-               n2.ip("route add 1.1.1.1/32 via 10.0.12.1") &&
-               n2.ip("route add 3.3.3.3/32 via 10.0.23.3") &&
-               n3.ip("route add 1.1.1.1/32 via 10.0.23.2") &&
-               n3.ip("route add 2.2.2.2/32 via 10.0.23.2"));
+   ASSERT_TRUE(lsrLine(n1, n2, n3));
    sh("ip netns exec " + n2.name() + " sysctl -qw net.ipv4.ip_forward=1");
    AgentProc a1(n1.name(), dir.path(), "r1"), a2(n2.name(), dir.path(), "r2"),
       a3(n3.name(), dir.path(), "r3");
