@@ -192,15 +192,17 @@ void LdpSessionMsgSm::handleRxLdpNotificationMsg(PktPtr const& pkt, U32 offset) 
       LdpSessionStatistics* stats = sessionStatistics().ptr();
       if (auto const* info = stats->ldpMsgIdFecMappingInfoFind(id)) {
          if (info->valid && ldpFecMsgPipeColl_) {
-            pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+            // A copy: the record's storage may move once reactors run below.
+            Mpls::FwdEqvClass const fec = info->fec;
+            pipe = ldpFecMsgPipeColl_->msgPipe(fec);
             // A FEC that the peer never spoke of has no pipe yet: its answer
             // to our message makes the peer one that did.
             LdpFecConfigColl::FecConfigRef fecConfig;
-            if (ldpFecConfigColl_) fecConfig = ldpFecConfigColl_->fecConfig(info->fec);
+            if (ldpFecConfigColl_) fecConfig = ldpFecConfigColl_->fecConfig(fec);
             if (!pipe && fecConfig && !fecConfig->sessionRxReqTimeHas(ldpSessionId())) {
                fecConfig->sessionRxReqTimeIs(ldpSessionId(), Vek::System::currentTime());
                fecConfig = {};
-               pipe = ldpFecMsgPipeColl_->msgPipe(info->fec);
+               pipe = ldpFecMsgPipeColl_->msgPipe(fec);
             }
          }
       } else if (auto const* local = stats->pwLocalMsgIdInfoFind(id)) {

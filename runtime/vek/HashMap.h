@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "runtime/vek/Exception.h"
+#include "runtime/vek/OrderedMap.h"
 #include "runtime/vek/Types.h"
 
 namespace Vek {
@@ -492,102 +493,6 @@ class HashMap {
    }
 
    Body* b_ = nullptr;
-};
-
-// An ordered map whose iterator survives deletions: it remembers its key and
-// finds its successor again when the map changed under it.
-template <class K, class V>
-class OrderedMap {
- public:
-   std::size_t size() const { return m_.size(); }
-   bool empty() const { return m_.empty(); }
-   V* find(K const& k) {
-      auto it = m_.find(k);
-      return it == m_.end() ? nullptr : &it->second;
-   }
-   V const* find(K const& k) const { return const_cast<OrderedMap*>(this)->find(k); }
-   bool contains(K const& k) const { return m_.count(k) != 0; }
-   template <class... A>
-   std::pair<V*, bool> emplace(K const& k, A&&... args) {
-      auto [it, ins] = m_.try_emplace(k, std::forward<A>(args)...);
-      return {&it->second, ins};
-   }
-   bool erase(K const& k, V* out = nullptr) {
-      auto it = m_.find(k);
-      if (it == m_.end()) return false;
-      if (out) *out = std::move(it->second);
-      m_.erase(it);
-      ++version_;
-      return true;
-   }
-   void clear() {
-      m_.clear();
-      ++version_;
-   }
-
-   class Iterator {
-    public:
-      Iterator() = default;
-      Iterator(OrderedMap const* m, typename std::map<K, V>::const_iterator it)
-         : m_(m), it_(it), version_(m->version_) {
-         if (it_ != m_->m_.end()) key_ = it_->first;
-      }
-      explicit operator bool() const {
-         refresh();
-         return m_ && it_ != m_->m_.end();
-      }
-      K const& key() const {
-         refresh();
-         VEK_ASSERT(!moved_ && "Internal Error: iterator on a deleted member");
-         return it_->first;
-      }
-      V const& value() const {
-         refresh();
-         VEK_ASSERT(!moved_ && "Internal Error: iterator on a deleted member");
-         return it_->second;
-      }
-      void advance() {
-         refresh();
-         if (it_ == m_->m_.end()) return;
-         // The member we stood on went away: we already stand on its successor.
-         if (moved_) { moved_ = false; return; }
-         ++it_;
-         if (it_ != m_->m_.end()) key_ = it_->first;
-      }
-      Iterator& operator++() { advance(); return *this; }
-      bool operator==(Iterator const& o) const { return !*this && !o; }
-      std::pair<K const&, V const&> operator*() const { return {key(), value()}; }
-
-    private:
-      // After a deletion the stored iterator may dangle: find the first key not
-      // below the remembered one.
-      void refresh() const {
-         if (!m_ || version_ == m_->version_) return;
-         version_ = m_->version_;
-         if (!key_) { it_ = m_->m_.end(); return; }
-         it_ = m_->m_.lower_bound(*key_);
-         moved_ = moved_ || it_ == m_->m_.end() || it_->first != *key_;
-         if (it_ != m_->m_.end()) key_ = it_->first;
-      }
-      OrderedMap const* m_ = nullptr;
-      mutable typename std::map<K, V>::const_iterator it_;
-      mutable U64 version_ = 0;
-      mutable std::optional<K> key_;
-      mutable bool moved_ = false;
-   };
-
-   Iterator begin() const { return Iterator(this, m_.begin()); }
-   Iterator end() const { return Iterator(); }
-   // A walk resumes at k or, when k has gone, at its successor.
-   Iterator iterFrom(K const& k) const { return Iterator(this, m_.lower_bound(k)); }
-   Iterator iterAt(K const& k) const {
-      auto it = m_.find(k);
-      return it == m_.end() ? Iterator() : Iterator(this, it);
-   }
-
- private:
-   std::map<K, V> m_;
-   U64 version_ = 0;
 };
 
 }  // namespace Vek

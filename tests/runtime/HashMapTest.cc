@@ -2,7 +2,12 @@
 // refusal to read a deleted member through an iterator.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <random>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "runtime/vek/HashMap.h"
 
@@ -99,4 +104,85 @@ TEST(HashMap, DeletedMemberIsNotReadThroughAnIterator) {
    EXPECT_THROW(oit.key(), Vek::AssertionFailure);
    oit.advance();
    EXPECT_EQ(2u, oit.key());
+}
+
+// The ordered map against std::map under a random mix of inserts and erases,
+// in order and out of order, with walks that delete and insert as they go:
+// the contents, the order, the range walks and the shrinking to nothing.
+TEST(OrderedMap, AgreesWithStdMapUnderRandomChange) {
+   std::mt19937 rng(7);
+   Vek::OrderedMap<U32, std::string> o;
+   std::map<U32, std::string> ref;
+   auto check = [&] {
+      ASSERT_EQ(ref.size(), o.size());
+      auto r = ref.begin();
+      for (auto it = o.begin(); it; ++it, ++r) {
+         ASSERT_NE(r, ref.end());
+         ASSERT_EQ(r->first, it.key());
+         ASSERT_EQ(r->second, it.value());
+      }
+      ASSERT_EQ(r, ref.end());
+   };
+   // Keys in order fill the leaves; then random keys split them anywhere.
+   for (U32 i = 0; i < 3000; ++i) {
+      o.emplace(i * 4, std::to_string(i));
+      ref.emplace(i * 4, std::to_string(i));
+   }
+   check();
+   for (int round = 0; round < 20000; ++round) {
+      U32 k = rng() % 20000;
+      if (rng() % 3) {
+         bool ins = o.emplace(k, std::to_string(k)).second;
+         EXPECT_EQ(ref.emplace(k, std::to_string(k)).second, ins);
+      } else {
+         std::string out;
+         bool gone = o.erase(k, &out);
+         auto r = ref.find(k);
+         EXPECT_EQ(r != ref.end(), gone);
+         if (r != ref.end()) {
+            EXPECT_EQ(r->second, out);
+            ref.erase(r);
+         }
+      }
+   }
+   check();
+   for (U32 k = 0; k < 20000; k += 7) {
+      auto it = o.iterFrom(k);
+      auto r = ref.lower_bound(k);
+      ASSERT_EQ(r == ref.end(), !it);
+      if (r != ref.end()) {
+         EXPECT_EQ(r->first, it.key());
+      }
+      EXPECT_EQ(ref.count(k) != 0, o.contains(k));
+   }
+   // A walk that erases what it stands on and inserts behind and ahead of
+   // itself sees every member that was ahead of it once, and the new ones
+   // ahead of it.
+   std::vector<U32> seen;
+   for (auto it = o.begin(); it; ++it) {
+      U32 k = it.key();
+      seen.push_back(k);
+      if (k % 2 == 0) {
+         o.erase(k);
+         ref.erase(k);
+      }
+      if (k % 10 == 1) {
+         o.emplace(k + 1, "ahead");
+         ref.emplace(k + 1, "ahead");
+         o.emplace(k - 1, "behind");
+         ref.emplace(k - 1, "behind");
+      }
+   }
+   EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+   EXPECT_EQ(seen.end(), std::adjacent_find(seen.begin(), seen.end()));
+   check();
+   while (!ref.empty()) {
+      auto r = std::next(ref.begin(), rng() % ref.size());
+      EXPECT_TRUE(o.erase(r->first));
+      ref.erase(r);
+   }
+   check();
+   EXPECT_FALSE(o.begin());
+   o.emplace(5, "again");
+   EXPECT_EQ("again", *o.find(5));
 }
