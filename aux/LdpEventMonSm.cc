@@ -13,6 +13,17 @@ std::string str(T const& v) {
    os << v;
    return os.str();
 }
+
+// "FEC: " and the prefix, then tail: written for every FEC that comes and
+// goes, so built without a stream.
+std::string fecLine(Mpls::FwdEqvClass const& fec, char const* tail) {
+   std::string s;
+   s.reserve(64);
+   s += "FEC: ";
+   fec.prefix().appendTo(s);
+   s += tail;
+   return s;
+}
 }  // namespace
 
 void LdpEventMonLog::lineIs(U32 instId, std::string text) {
@@ -188,7 +199,7 @@ LdpEventMonStatusSm::LdpEventMonStatusSm(U32 instId, L3::VrfName vrf,
 
 LdpEventMonStatusSm::~LdpEventMonStatusSm() = default;
 
-void LdpEventMonStatusSm::line(std::string const& text) { log_->lineIs(instId(), text); }
+void LdpEventMonStatusSm::line(std::string text) { log_->lineIs(instId(), std::move(text)); }
 
 void LdpEventMonStatusSm::handleInitialized() {
    initialized_ = true;
@@ -288,7 +299,7 @@ void LdpEventMonStatusSm::handleSessionOperAdv(LdpSessionId const& id) {
 void LdpEventMonStatusSm::handleFecConfig(Mpls::FwdEqvClass const& fec) {
    if (!initialized_) return;
    bool on = status_->ldpFecConfigColl()->fecConfig(fec) != nullptr;
-   line("FEC: " + str(fec) + (on ? " created" : " removed"));
+   line(fecLine(fec, on ? " created" : " removed"));
 }
 
 void LdpEventMonStatusSm::handleFecMembership(Mpls::FwdEqvClass const& fec,
@@ -296,7 +307,9 @@ void LdpEventMonStatusSm::handleFecMembership(Mpls::FwdEqvClass const& fec,
    if (!initialized_) return;
    LdpFecConfig const* fc = status_->ldpFecConfigColl()->fecConfig(fec);
    bool on = fc && fc->membership(m);
-   line("FEC: " + str(fec) + (on ? ": added " : ": deleted ") + str(m));
+   std::string s = fecLine(fec, on ? ": added " : ": deleted ");
+   s += ldpFecConfigMembershipStr(m);
+   line(std::move(s));
 }
 
 void LdpEventMonStatusSm::handleFecNotification(Mpls::FwdEqvClass const& fec) {
@@ -304,7 +317,9 @@ void LdpEventMonStatusSm::handleFecNotification(Mpls::FwdEqvClass const& fec) {
    LdpFecStatus const* fs = status_->ldpFecStatusColl()->fecStatus(fec);
    auto const* n = fs ? fs->ldpXsessionNotification().ptr() : nullptr;
    if (!n) return;
-   line("FEC: " + str(fec) + " Notify: " + str(n->ldpXsessionNotificationType()));
+   std::string s = fecLine(fec, " Notify: ");
+   s += ldpXsessionNotificationTypeStr(n->ldpXsessionNotificationType());
+   line(std::move(s));
 }
 
 // ---- Manager ----

@@ -123,7 +123,7 @@ class LdpEventMonStatusSm : public LdpSm {
    void handleLdpFecStatusColl() { watch(); }
 
  private:
-   void line(std::string const& text);
+   void line(std::string text);
    class LinkReactor;
    class AdjReactor;
    class PeerReactor;

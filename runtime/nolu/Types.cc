@@ -5,6 +5,8 @@
 
 #include <arpa/inet.h>
 
+#include <charconv>
+
 #include <cstdio>
 
 namespace Nolu {
@@ -61,11 +63,31 @@ std::optional<IpAddr> IpAddr::fromString(std::string_view s) {
    return IpAddr(v);
 }
 
-Vek::String IpAddr::stringValue() const {
+namespace {
+void appendDecimal(std::string& s, unsigned v) {
+   char buf[10];
+   auto r = std::to_chars(buf, buf + sizeof buf, v);
+   s.append(buf, r.ptr);
+}
+}  // namespace
+
+void IpAddr::appendTo(std::string& s) const {
    char buf[16];
-   std::snprintf(buf, sizeof(buf), "%u.%u.%u.%u", value_ >> 24, (value_ >> 16) & 0xFF,
-                 (value_ >> 8) & 0xFF, value_ & 0xFF);
-   return buf;
+   char* p = buf;
+   for (int shift = 24; shift >= 0; shift -= 8) {
+      unsigned b = (value_ >> shift) & 0xFF;
+      if (b >= 100) *p++ = char('0' + b / 100);
+      if (b >= 10) *p++ = char('0' + b / 10 % 10);
+      *p++ = char('0' + b % 10);
+      if (shift) *p++ = '.';
+   }
+   s.append(buf, p);
+}
+
+Vek::String IpAddr::stringValue() const {
+   std::string s;
+   appendTo(s);
+   return s;
 }
 
 // ---- Ip6Addr
@@ -205,7 +227,11 @@ std::optional<Prefix> Prefix::fromString(std::string_view s) {
 bool Prefix::contains(IpAddr a) const { return (a.value() & v4Mask(len_)) == addr_.value(); }
 
 Vek::String Prefix::stringValue() const {
-   return addr_.stringValue() + "/" + std::to_string(len_);
+   std::string s;
+   addr_.appendTo(s);
+   s += '/';
+   appendDecimal(s, len_);
+   return s;
 }
 
 IpGenPrefix::IpGenPrefix(IpGenAddr const& addr, U8 len) : af_(addr.af()), len_(len) {
@@ -239,8 +265,20 @@ std::optional<IpGenPrefix> IpGenPrefix::fromString(std::string_view s) {
 }
 
 Vek::String IpGenPrefix::stringValue() const {
-   if (isEmpty()) return "empty";
-   return addr().stringValue() + "/" + std::to_string(len_);
+   std::string s;
+   appendTo(s);
+   return s;
+}
+
+void IpGenPrefix::appendTo(std::string& s) const {
+   if (isEmpty()) {
+      s += "empty";
+      return;
+   }
+   if (af_ == ipv4_) IpAddr(v_).appendTo(s);
+   else s += addr().stringValue();
+   s += '/';
+   appendDecimal(s, len_);
 }
 
 // ---- EthAddr

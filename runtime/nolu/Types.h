@@ -96,6 +96,9 @@ class IpAddr {
    constexpr bool operator<(IpAddr const& o) const { return value_ < o.value_; }
    std::size_t hash() const { return Vek::hashMix(value_); }
    Vek::String stringValue() const;
+   // Appends the dotted quad to s, without a formatter: traces and event
+   // lines print addresses by the hundred thousand.
+   void appendTo(std::string& s) const;
 
  private:
    U32 value_ = 0;
@@ -269,6 +272,8 @@ class IpGenPrefix {
    }
    std::size_t hash() const { return Vek::hashMix((U64(v_) << 16) | (U64(af_) << 8) | len_); }
    Vek::String stringValue() const;
+   // Appends stringValue() to s.
+   void appendTo(std::string& s) const;
 
  private:
    U32 v_ = 0;

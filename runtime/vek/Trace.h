@@ -29,6 +29,7 @@ class TraceHandle {
    void write(int level, std::string const& text) const;
 
  private:
+   void writeLine(int level, U32 const* instId, std::string const& text) const;
    char const* module_;
    int level_;
 };
@@ -41,20 +42,41 @@ std::vector<TraceHandle*> const& traceHandles();
 // The text back end: a file, standard error, or nothing (nullptr).
 void traceFileIs(std::FILE* f);
 
-// The ring back end: the latest lines in memory, for tests and dumps.
+// The ring back end: the latest lines in memory, for tests and dumps. Its
+// slots keep their buffers, so that a line written over an old one costs no
+// allocation once the ring has gone round.
 class TraceRing {
  public:
    explicit TraceRing(std::size_t capacity = 4096) : capacity_(capacity) {}
-   void add(std::string line);
-   std::deque<std::string> const& lines() const { return lines_; }
+   void add(std::string const& line);
+   // The slot of the next line, emptied; null when the ring keeps nothing.
+   std::string* next();
+   // The lines, oldest first.
+   std::vector<std::string> lines() const;
+   std::size_t size() const { return size_; }
    bool contains(std::string const& text) const;
    std::size_t count(std::string const& text) const;
-   void clear() { lines_.clear(); }
-   void capacityIs(std::size_t c) { capacity_ = c; }
+   void clear() {
+      slots_.clear();
+      head_ = size_ = 0;
+   }
+   void capacityIs(std::size_t c) {
+      auto keep = lines();
+      capacity_ = c;
+      clear();
+      std::size_t from = keep.size() > c ? keep.size() - c : 0;
+      for (std::size_t i = from; i < keep.size(); ++i) add(keep[i]);
+   }
 
  private:
+   template <class F>
+   void forEach(F f) const {
+      for (std::size_t i = 0; i < size_; ++i) f(slots_[(head_ + i) % slots_.size()]);
+   }
    std::size_t capacity_;
-   std::deque<std::string> lines_;
+   std::vector<std::string> slots_;
+   std::size_t head_ = 0;  // the oldest line
+   std::size_t size_ = 0;
 };
 TraceRing& traceRing();
 

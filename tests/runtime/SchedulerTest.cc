@@ -242,3 +242,32 @@ TEST(Trace, LevelTestGuardsTheText) {
    EXPECT_FALSE(flag);
    Vek::assertHandlerIs(nullptr);
 }
+
+TEST(Trace, RingKeepsTheLatestLinesInOrder) {
+   VirtualLoop loop;
+   static Vek::TraceHandle th("RingModule");
+   Vek::traceLevelIs("RingModule", 1);
+   auto& ring = Vek::traceRing();
+   ring.clear();
+   ring.capacityIs(3);
+   for (int i = 0; i < 7; ++i) VEK_TRACE_INST(th, 1, 9, "line " << i);
+   // Three slots went round twice: the last three lines, oldest first, each
+   // with its time, module, level and instance.
+   auto lines = ring.lines();
+   ASSERT_EQ(3u, lines.size());
+   for (int i = 0; i < 3; ++i) {
+      std::string want = "line " + std::to_string(4 + i);
+      EXPECT_EQ(want, lines[i].substr(lines[i].size() - want.size())) << lines[i];
+      EXPECT_NE(std::string::npos, lines[i].find("0.000000 RingModule 1 [9] line ")) << lines[i];
+   }
+   EXPECT_EQ(0u, ring.count("line 3"));
+   EXPECT_EQ(1u, ring.count("line 6"));
+   // Shrinking keeps the newest; a ring of none keeps nothing.
+   ring.capacityIs(2);
+   EXPECT_FALSE(ring.contains("line 4"));
+   EXPECT_TRUE(ring.contains("line 5"));
+   ring.capacityIs(0);
+   VEK_TRACE(th, 1, "dropped");
+   EXPECT_EQ(0u, ring.size());
+   ring.capacityIs(4096);
+}
