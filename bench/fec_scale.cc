@@ -8,6 +8,7 @@
 #include <malloc.h>
 #include <time.h>
 
+#include "bench/CpuTime.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/Scenario.h"
 
@@ -16,12 +17,6 @@ namespace {
 std::size_t heapBytes() {
    auto m = mallinfo2();
    return m.uordblks + m.hblkhd;
-}
-
-double cpuSeconds() {
-   timespec t;
-   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
 }
 
 Nolu::Prefix hostPrefix(U32 i) { return Nolu::Prefix(Nolu::IpAddr(0x0b000000u + i), 32); }

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "bench/CpuTime.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/FakePeer.h"
 
@@ -28,12 +29,6 @@ using Nolu::IpAddr;
 
 constexpr U32 fecCount = 100000;
 constexpr U32 perPdu = 125;  // some 4 KB
-
-double cpuNow() {
-   timespec t;
-   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
 
 IpAddr hostAddr(U32 k) { return IpAddr(0x14000000u + k); }  // 20.0.0.0 on
 
@@ -92,7 +87,7 @@ struct Rig {
                  B::addressMsg(msgId + 2, {IpAddr(1, 1, 1, 1), IpAddr(10, 0, 0, 1)})});
       msgId += 3;
       if (!peer.drive([&] { return ready(); }, 5.0)) std::abort();
-      return cpuNow();
+      return cpuSeconds();
    }
    void routes() {
       auto r = agent.store()->get<Tesh::Fib::RouteStatus>("routing/status");
@@ -155,11 +150,11 @@ void RouteBurst(benchmark::State& state) {
       auto rig = std::make_unique<Rig>();
       rig->peer.drive([] { return false; }, 2.0);
       U32 base = rig->mappings();
-      double cpu0 = cpuNow();
+      double cpu0 = cpuSeconds();
       rig->routes();
       if (!rig->peer.drive([&] { return rig->mappings() >= base + fecCount; }, 60.0))
          state.SkipWithError("mappings missing");
-      double cpu = cpuNow() - cpu0;
+      double cpu = cpuSeconds() - cpu0;
       state.SetIterationTime(cpu);
       state.counters["cpu_ms"] = cpu * 1e3;
    }
@@ -172,15 +167,15 @@ void SessionRestart(benchmark::State& state) {
       rig->peer.drive([&] { return rig->mappings() >= fecCount; }, 60.0);
       U32 total = rig->mappings();
       rig->rxClear();
-      double cpu0 = cpuNow();
+      double cpu0 = cpuSeconds();
       rig->agent.config()->ldpNeighborClearRequestIs(rig->peer.ldpId(), rig->s.now());
       double cpuUp = rig->up();
       if (!rig->peer.drive([&] { return rig->mappings() >= total; }, 60.0))
          state.SkipWithError("mappings missing");
-      double cpu = cpuNow() - cpuUp;
+      double cpu = cpuSeconds() - cpuUp;
       state.SetIterationTime(cpu);
       state.counters["cpu_ms"] = cpu * 1e3;
-      state.counters["with_teardown_ms"] = (cpuNow() - cpu0) * 1e3;
+      state.counters["with_teardown_ms"] = (cpuSeconds() - cpu0) * 1e3;
    }
 }
 
@@ -189,23 +184,23 @@ void ReceiveUnknown(benchmark::State& state) {
       auto rig = std::make_unique<Rig>();
       auto first = rig->advertisement(16);
       auto again = rig->advertisement(16 + fecCount);
-      double cpu0 = cpuNow();
+      double cpu0 = cpuSeconds();
       if (!rig->deliver(first, [&] { return rig->holds(16); }))
          state.SkipWithError("first delivery not held");
-      double cpuFirst = cpuNow() - cpu0;
+      double cpuFirst = cpuSeconds() - cpu0;
       // The peer ends the session; the agent connects again.
       rig->peer.send({B::notificationMsg(rig->msgId++, statusShutdown_, true)});
       rig->peer.conn()->cleanup();
       rig->rxClear();
-      cpu0 = cpuNow();
+      cpu0 = cpuSeconds();
       double cpuUp = rig->up();
       if (!rig->deliver(again, [&] { return rig->holds(16 + fecCount); }))
          state.SkipWithError("second delivery not held");
-      double cpu = cpuNow() - cpuUp;
+      double cpu = cpuSeconds() - cpuUp;
       state.SetIterationTime(cpu);
       state.counters["first_ms"] = cpuFirst * 1e3;
       state.counters["again_ms"] = cpu * 1e3;
-      state.counters["with_teardown_ms"] = (cpuNow() - cpu0) * 1e3;
+      state.counters["with_teardown_ms"] = (cpuSeconds() - cpu0) * 1e3;
    }
 }
 

@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "bench/CpuTime.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/FakePeer.h"
 #include "tests/harness/LabelStandIns.h"
@@ -77,12 +78,6 @@ using Nolu::IpAddr;
 
 constexpr U32 fecCount = 100000;
 constexpr U32 perPdu = 125;  // some 4 KB
-
-double cpuNow() {
-   timespec t;
-   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-   return t.tv_sec + t.tv_nsec * 1e-9;
-}
 
 IpAddr fecAddr(U32 k) { return IpAddr(20 + (k >> 16), U8(k >> 8), U8(k), 0); }
 
@@ -148,7 +143,7 @@ struct Rig {
       U32 next = 0;
       std::size_t base = liveBytes;
       peakBytes = liveBytes;
-      double cpu0 = cpuNow();
+      double cpu0 = cpuSeconds();
       bool done = peer.drive(
          [&] {
             while (next < pdus.size() && peer.conn()->writeLength() == 0)
@@ -156,7 +151,7 @@ struct Rig {
             return pipes->count - start == fecCount;
          },
          600.0);
-      double cpu = cpuNow() - cpu0;
+      double cpu = cpuSeconds() - cpu0;
       if (!done || state() != stateOperational_) std::abort();
       std::size_t end = liveBytes;
       return Figures{cpu, peakBytes - base, end > base ? end - base : 0};
