@@ -587,8 +587,9 @@ RunFigures runReceive(bool ours, unsigned n) {
    // Every 20 ms: the counter first, then the last prefix held.
    double done = 0;
    double end = wallNow() + 300.0;
+   long now = -1;
    while (wallNow() < end) {
-      long now = rig.lut->mappingsRx();
+      now = rig.lut->mappingsRx();
       if (now >= total && rig.lut->holds(lastPrefix)) {
          done = wallNow();
          break;
@@ -597,8 +598,14 @@ RunFigures runReceive(bool ours, unsigned n) {
    }
    Bench::LdpCapture c = cap.read();
    auto op = operationalAt(c, c.connections());
-   if (!done || !op)
-      f.fail("receive" + tag, done ? "no new session in the capture" : "not all held again");
+   // A failure says how far the second delivery got, to tell a lost
+   // mapping from a counter that started over.
+   if (!done)
+      f.fail("receive" + tag, "not all held again: " + std::to_string(now) + " of " +
+                                 std::to_string(total) + " mappings counted, last prefix " +
+                                 (rig.lut->holds(lastPrefix) ? "held" : "not held"));
+   else if (!op)
+      f.fail("receive" + tag, "no new session in the capture");
    else
       f.set("receive" + tag, done - *op);
    return f;
