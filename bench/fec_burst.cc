@@ -26,21 +26,12 @@ double wallNow() {
    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
 }
 
-double residentBytes(pid_t pid) {
-   std::stringstream st(slurp("/proc/" + std::to_string(pid) + "/status"));
-   std::string line;
-   while (std::getline(st, line))
-      if (line.rfind("VmRSS:", 0) == 0) return std::atof(line.c_str() + 6) * 1024;
-   return 0;
-}
-
-pid_t agentPid(std::string const& ns) {
-   RunResult r = run({"ip", "netns", "pids", ns}, "/tmp");
-   std::stringstream in(r.out);
-   std::string pid;
-   while (in >> pid)
-      if (slurp("/proc/" + pid + "/comm").rfind("ldp-agent", 0) == 0) return pid_t(std::stol(pid));
-   return -1;
+// The agent's resident memory in bytes.
+double agentResident(std::string const& ns) {
+   double bytes = 0;
+   for (auto const& p : netnsProcesses(ns))
+      if (p.comm == "ldp-agent") bytes += p.resident;
+   return bytes;
 }
 
 struct Figures {
@@ -65,13 +56,12 @@ bool runOnce(unsigned n, Figures& f) {
    AgentProc agent(ns.name(), dir.path(), "lsr");
    agent.configIs("mpls label range 100000 400000\nmpls ldp\n   router-id interface lo\n!\n");
    if (!agent.start()) return false;
-   pid_t pid = agentPid(ns.name());
    // Settled: the block is there and nothing changes for a second.
    long base = -1;
    waitFor([&] { return inUse(agent) >= 0; }, 10.0);
    std::this_thread::sleep_for(std::chrono::seconds(1));
    base = inUse(agent);
-   double before = residentBytes(pid);
+   double before = agentResident(ns.name());
 
    std::string file = dir.path() + "/routes.txt";
    {
@@ -97,7 +87,7 @@ bool runOnce(unsigned n, Figures& f) {
    }
    f.count = now - base;
    std::this_thread::sleep_for(std::chrono::seconds(2));
-   f.perFec = (residentBytes(pid) - before) / double(std::max<long>(1, f.count));
+   f.perFec = (agentResident(ns.name()) - before) / double(std::max<long>(1, f.count));
    agent.stop();
    return true;
 }

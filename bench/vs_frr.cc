@@ -99,21 +99,11 @@ struct Memory {
 
 Memory memoryOf(std::string const& ns) {
    Memory m;
-   RunResult r = run({"ip", "netns", "pids", ns}, "/tmp");
-   std::stringstream in(r.out);
-   std::string pid;
-   while (in >> pid) {
-      std::string comm = slurp("/proc/" + pid + "/comm");
-      while (!comm.empty() && isspace(static_cast<unsigned char>(comm.back()))) comm.pop_back();
-      std::stringstream st(slurp("/proc/" + pid + "/status"));
-      std::string line;
-      double kb = 0;
-      while (std::getline(st, line))
-         if (line.rfind("VmRSS:", 0) == 0) kb = std::atof(line.c_str() + 6);
-      if (comm == "ldpd" || comm == "ldp-agent")
-         m.ldp += kb * 1024;
-      else if (comm == "zebra")
-         m.zebra += kb * 1024;
+   for (auto const& p : netnsProcesses(ns)) {
+      if (p.comm == "ldpd" || p.comm == "ldp-agent")
+         m.ldp += p.resident;
+      else if (p.comm == "zebra")
+         m.zebra += p.resident;
    }
    return m;
 }

@@ -219,6 +219,30 @@ inline RunResult run(std::vector<std::string> const& argv, std::string const& di
    return r;
 }
 
+// The processes of a network namespace, each with its command name and its
+// resident memory in bytes (VmRSS).
+struct ProcMemory {
+   std::string comm;
+   double resident = 0;
+};
+inline std::vector<ProcMemory> netnsProcesses(std::string const& ns) {
+   std::vector<ProcMemory> out;
+   RunResult r = run({"ip", "netns", "pids", ns}, "/tmp");
+   std::stringstream in(r.out);
+   std::string pid;
+   while (in >> pid) {
+      ProcMemory p;
+      p.comm = slurp("/proc/" + pid + "/comm");
+      while (!p.comm.empty() && isspace(static_cast<unsigned char>(p.comm.back()))) p.comm.pop_back();
+      std::stringstream st(slurp("/proc/" + pid + "/status"));
+      std::string line;
+      while (std::getline(st, line))
+         if (line.rfind("VmRSS:", 0) == 0) p.resident = std::atof(line.c_str() + 6) * 1024;
+      out.push_back(p);
+   }
+   return out;
+}
+
 inline int sh(std::string const& cmd) {
    int st = system((cmd + " >/dev/null 2>&1").c_str());
    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
