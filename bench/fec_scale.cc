@@ -5,19 +5,12 @@
 // full database costs. A walk over every FEC per change would show as a cost
 // per route that grows with the database.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
-#include <time.h>
 
-#include "bench/CpuTime.h"
+#include "bench/Measure.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/Scenario.h"
 
 namespace {
-
-std::size_t heapBytes() {
-   auto m = mallinfo2();
-   return m.uordblks + m.hblkhd;
-}
 
 Nolu::Prefix hostPrefix(U32 i) { return Nolu::Prefix(Nolu::IpAddr(0x0b000000u + i), 32); }
 

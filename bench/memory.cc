@@ -6,10 +6,10 @@
 // message pipe. Each figure is the growth of the heap over N entries,
 // divided by N.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <linux/rtnetlink.h>
 
+#include "bench/Measure.h"
 #include "entities/LdpLabel.h"
 #include "entities/LdpMsgPipe.h"
 #include "entities/LdpTesh.h"
@@ -20,11 +20,6 @@
 using Vek::Ptr;
 
 namespace {
-
-std::size_t heapBytes() {
-   auto m = mallinfo2();
-   return m.uordblks + m.hblkhd;  // small chunks and mmapped ones
-}
 
 constexpr U32 kEntries = 100000;
 

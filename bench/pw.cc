@@ -6,26 +6,14 @@
 // pipes, machines and responses of both label sides), read from the
 // allocator, its overhead included.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
-#include <time.h>
 
+#include "bench/Measure.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/Scenario.h"
 
 namespace {
 
 constexpr U32 kPws = 1000;
-
-std::size_t heapBytes() {
-   auto m = mallinfo2();
-   return m.uordblks + m.hblkhd;
-}
-
-double cpuSeconds() {
-   timespec t;
-   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
 
 Vek::Ptr<Pseudowire::PseudowireLdpConfig> pwConfig(LdpTest::AgentNode& n) {
    return Vek::ptr_const_cast<Pseudowire::PseudowireLdpConfig>(n.agent()->pwLdpConfig());

@@ -13,13 +13,12 @@
 // round, in which every FEC also learns that this session spoke of it; that
 // state stays, and is most of its peak.
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <new>
 
-#include "bench/CpuTime.h"
+#include "bench/Measure.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/FakePeer.h"
 #include "tests/harness/LabelStandIns.h"

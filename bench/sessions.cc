@@ -15,12 +15,12 @@
 //                      the simulated network and the peers included, so an
 //                      upper bound of the agent's own.
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <algorithm>
 #include <memory>
 
 #include "bench/CountingHeap.h"
+#include "bench/Measure.h"
 #include "runtime/vek/EventLog.h"
 #include "tests/harness/FakePeer.h"
 
@@ -33,12 +33,6 @@ using Nolu::IpAddr;
 constexpr int peerCount = 500;
 constexpr U32 fecCount = 10000;
 constexpr double steadySeconds = 300.0;
-
-double cpuNow() {
-   timespec t;
-   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
 
 struct Peer {
    std::unique_ptr<LdpTest::FakePeer> fake;
@@ -131,13 +125,13 @@ Figures runOnce() {
    }
    f.bytesPerSession = (double(Bench::liveBytes) - double(before)) / peerCount;
 
-   double cpu0 = cpuNow();
+   double cpu0 = cpuSeconds();
    double v0 = s.now();
    while (s.now() - v0 < steadySeconds) {
       s.runFor(1.0);
       turn();
    }
-   f.steadyCpuPct = (cpuNow() - cpu0) / (s.now() - v0) * 100.0;
+   f.steadyCpuPct = (cpuSeconds() - cpu0) / (s.now() - v0) * 100.0;
    if (operational() != f.sessions) f.sessions = operational();
    return f;
 }

@@ -53,9 +53,10 @@ class FakePeer {
    };
    std::vector<Rx> const& rxMsgs() const { return rxMsgs_; }
    std::vector<Vek::Ptr<Nolu::Pkt>> const& rxPdus() const { return rxPdus_; }
+   // Forgets what was received, the room it took included.
    void rxClear() {
-      rxMsgs_.clear();
-      rxPdus_.clear();
+      std::vector<Rx>().swap(rxMsgs_);
+      std::vector<Vek::Ptr<Nolu::Pkt>>().swap(rxPdus_);
    }
    // Received messages of a type; for Notifications of a status when given.
    std::size_t rxCount(Ldp::LdpMsgType type, Ldp::LdpStatusCode status = Ldp::statusSuccess_) const;
