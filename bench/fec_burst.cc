@@ -56,11 +56,11 @@ bool runOnce(unsigned n, Figures& f) {
    AgentProc agent(ns.name(), dir.path(), "lsr");
    agent.configIs("mpls label range 100000 400000\nmpls ldp\n   router-id interface lo\n!\n");
    if (!agent.start()) return false;
-   // Settled: the block is there and nothing changes for a second.
-   long base = -1;
+   // Settled: the label block is there, and a second more lets the start-up
+   // finish before the baseline is read.
    waitFor([&] { return inUse(agent) >= 0; }, 10.0);
    std::this_thread::sleep_for(std::chrono::seconds(1));
-   base = inUse(agent);
+   long const base = inUse(agent);
    double before = agentResident(ns.name());
 
    std::string file = dir.path() + "/routes.txt";
