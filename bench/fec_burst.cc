@@ -7,11 +7,8 @@
 // and the agent built; builds nothing.
 //
 //    ldp_fec_burst [--n 10000,100000] [--runs 3]
-#include <time.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <thread>
 
 #include "tests/host/HostHarness.h"
@@ -19,12 +16,6 @@
 using namespace HostTest;
 
 namespace {
-
-double wallNow() {
-   timespec t;
-   clock_gettime(CLOCK_MONOTONIC, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
 
 // The agent's resident memory in bytes.
 double agentResident(std::string const& ns) {
@@ -63,15 +54,7 @@ bool runOnce(unsigned n, Figures& f) {
    long const base = inUse(agent);
    double before = agentResident(ns.name());
 
-   std::string file = dir.path() + "/routes.txt";
-   {
-      std::ofstream out(file);
-      for (unsigned i = 0; i < n; ++i) {
-         unsigned a = 0x0b000000u + i;
-         out << "route add " << (a >> 24) << '.' << (a >> 16 & 255) << '.' << (a >> 8 & 255)
-             << '.' << (a & 255) << "/32 via 10.9.0.2\n";
-      }
-   }
+   std::string file = routeFile(dir.path(), 0x0b000000u, 0, n, "10.9.0.2");
    double t0 = wallNow();
    if (sh("ip -n " + ns.name() + " -batch " + file) != 0) return false;
    double t1 = wallNow();
@@ -101,9 +84,7 @@ int main(int argc, char** argv) {
       std::string a = argv[i];
       if (a == "--n" && i + 1 < argc) {
          sizes.clear();
-         std::stringstream in(argv[++i]);
-         std::string w;
-         while (std::getline(in, w, ',')) sizes.push_back(unsigned(std::atol(w.c_str())));
+         for (auto const& w : split(argv[++i], ',')) sizes.push_back(unsigned(std::atol(w.c_str())));
       } else if (a == "--runs" && i + 1 < argc) {
          runs = std::max(1, std::atoi(argv[++i]));
       } else {

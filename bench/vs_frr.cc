@@ -56,15 +56,6 @@ struct Options {
    bool verbose = false;
 };
 
-std::vector<std::string> split(std::string const& s, char c) {
-   std::vector<std::string> out;
-   std::stringstream in(s);
-   std::string w;
-   while (std::getline(in, w, c))
-      if (!w.empty()) out.push_back(w);
-   return out;
-}
-
 int usage() {
    std::fprintf(stderr,
                 "usage: ldp_vs_frr [--rows 1,2,3,4,5] [--n 10000,100000] [--runs N] [--json]\n"
@@ -80,12 +71,6 @@ void note(char const* fmt, std::string const& a = "", double x = 0.0) {
    if (!opt.verbose) return;
    std::fprintf(stderr, fmt, a.c_str(), x);
    std::fputc('\n', stderr);
-}
-
-double wallNow() {
-   timespec t;
-   clock_gettime(CLOCK_REALTIME, &t);
-   return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
 }
 
 void pause(double s) { std::this_thread::sleep_for(std::chrono::milliseconds(long(s * 1000))); }
@@ -162,11 +147,6 @@ constexpr uint32_t kLutId = 0x01010101;  // 1.1.1.1, below the neighbour: passiv
 constexpr char kLutIdStr[] = "1.1.1.1";
 constexpr char kNbIdStr[] = "2.2.2.2";
 
-std::string ipStr(uint32_t a) {
-   return std::to_string(a >> 24) + "." + std::to_string((a >> 16) & 255) + "." +
-          std::to_string((a >> 8) & 255) + "." + std::to_string(a & 255);
-}
-
 // The host routes of a scenario: base + i, /32.
 uint32_t routeAddr(uint32_t base, unsigned i) { return base + i; }
 constexpr uint32_t kLutRoutes = 30u << 24;  // behind the LSR under test
@@ -205,18 +185,6 @@ long frrCounter(FrrRouter const& r, char const* neighbour, char const* dir, char
    for (auto const& e : n[dir].a)
       if (!e[kind].isNull()) return long(e[kind].n);
    return -1;
-}
-
-// Writes N host routes into a namespace's kernel through `ip -batch`, in
-// chunks of `chunk` routes (0: all at once), pausing between chunks.
-std::string routeFile(std::string const& dir, uint32_t base, unsigned from, unsigned to,
-                      char const* via) {
-   std::string path = dir + "/routes-" + ipStr(base) + "-" + std::to_string(from) + "-" +
-                      std::to_string(to) + ".txt";
-   std::ofstream out(path);
-   for (unsigned i = from; i < to; ++i)
-      out << "route add " << ipStr(routeAddr(base, i)) << "/32 via " << via << "\n";
-   return path;
 }
 
 // ---- The LSR under test ----
