@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "tests/host/HostHarness.h"
+#include "bench/HostBench.h"
 
 using namespace HostTest;
 

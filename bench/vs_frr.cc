@@ -36,6 +36,7 @@
 #include <optional>
 #include <set>
 
+#include "bench/HostBench.h"
 #include "bench/LdpCapture.h"
 #include "tests/host/FrrHarness.h"
 
