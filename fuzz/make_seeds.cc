@@ -1,5 +1,6 @@
 // Writes one file per kind of PDU that the agent sends or accepts, as seeds
 // for the fuzzer: make_seeds DIR.
+#include <cstring>
 #include <cstdio>
 #include <string>
 
@@ -111,6 +112,18 @@ int main(int argc, char** argv) {
    g->addLdpMsgHdr(false, LdpLabelWithdraw_, 16);
    g->addFecTlvPwId(pwInfo(0), false);
    write(dir, "pw", pkt);
+
+   // A VPLS peer's MAC Address Withdraw: an empty address list, the PWid
+   // FEC of the instance and a MAC List TLV with the U bit.
+   g = pdu(pkt);
+   g->addLdpMsgHdr(false, LdpAddressWithdraw_, 18);
+   U8 const emptyList[] = {0x01, 0x01, 0x00, 0x02, 0x00, 0x01};
+   std::memcpy(g->addTlvToPkt(sizeof emptyList), emptyList, sizeof emptyList);
+   g->addFecTlvPwId(pwInfo(42), false);
+   U8 const macList[] = {0x84, 0x04, 0x00, 0x06, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+   std::memcpy(g->addTlvToPkt(sizeof macList), macList, sizeof macList);
+   g->computeHdrLenChecksum();
+   write(dir, "mac-withdraw", pkt);
 
    g = pdu(pkt);
    g->addLdpMsgHdr(false, LdpCapability_, 17);

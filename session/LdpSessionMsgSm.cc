@@ -259,6 +259,8 @@ void LdpSessionMsgSm::handleRxPwFec(Vek::Ptr<LdpMsgParser const> const& parser, 
       return;
    }
    PwFecSessionId id(pw, ldpSessionId());
+   if (type == LdpLabelRelease_ && parser->genLabelTlv())
+      id = releasedPwFecSession(id, parser->genLabelTlv()->label());
    if (type == LdpLabelMapping_ || type == LdpLabelRequest_) {
       getOrCreatePwFecSessionConfig(info, id, context);
    } else if (type != LdpNotification_) {
@@ -266,6 +268,7 @@ void LdpSessionMsgSm::handleRxPwFec(Vek::Ptr<LdpMsgParser const> const& parser, 
       auto& coll = remote ? remotePwFecSessionConfigColl_ : localPwFecSessionConfigColl_;
       if (!coll || !coll->fecSessionConfig(id)) {
          LDP_TRACE(th, 5, "   " << ldpMsgTypeStr(type) << " for unknown pseudowire " << id);
+         if (type == LdpLabelWithdraw_) sendReleaseForUnknownFec(*parser, nullptr, &info);
          return;
       }
    }
@@ -274,6 +277,30 @@ void LdpSessionMsgSm::handleRxPwFec(Vek::Ptr<LdpMsgParser const> const& parser, 
    if (pipe) pipe->txMsgIs(rxLdpMsg(parser, index));
    else if (remote) LDP_TRACE(th, 5, "      PwFecSessionId with no remoteMsgPipe: " << id);
    else LDP_TRACE(th, 5, "      PwFecSessionId with no localMsgPipe: " << id);
+}
+
+// A peer's Release may name the pseudowire's FEC as it is now while it
+// answers our Withdraw of the label under the FEC that the pseudowire had
+// before (another control word or PW type): it goes to the FEC session whose
+// label it releases.
+PwFecSessionId LdpSessionMsgSm::releasedPwFecSession(PwFecSessionId const& named,
+                                                     Nolu::MplsLabel label) const {
+   auto const* coll = status()->localPwFecSessionStatusColl().ptr();
+   if (!coll) return named;
+   if (auto st = coll->fecSessionStatus(named)) {
+      if (st->labelWithdrawOutstanding() == label || st->labelMappingSent() == label) return named;
+   }
+   for (auto it = coll->fecSessionStatusIter(); it; ++it) {
+      PwFecSessionId const& id = it.key();
+      if (id.sessionId() != named.sessionId() || id.fec().pwId() != named.fec().pwId() ||
+          id.fec().groupId() != named.fec().groupId())
+         continue;
+      if (it.value() && it.value()->labelWithdrawOutstanding() == label) {
+         LDP_TRACE(th, 5, "   Release of " << label << " named " << named << ", answers " << id);
+         return id;
+      }
+   }
+   return named;
 }
 
 LdpFecConfigColl::FecConfigRef LdpSessionMsgSm::getOrCreateLdpFecConfig(Mpls::FwdEqvClass const& fec) {
@@ -307,6 +334,16 @@ void LdpSessionMsgSm::handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgT
    }
    LdpFecTlvParser const* fec = parser->ldpFecTlvParser();
    if (!fec) return;
+   // This LSR distributes labels for IPv4 only: a FEC of another family gets
+   // Unsupported Address Family and its message is not processed, so that
+   // nothing is kept of it.
+   for (U32 i = 0; i < fec->fecElementNum(); ++i) {
+      U16 family = fec->fecElementFamily(i);
+      if (family != 0 && family != 1) {
+         handleRxLdpMsgError(pkt, offset, statusUnsupportedAddrFamily_);
+         return;
+      }
+   }
    for (U32 i = 0; i < fec->fecElementNum(); ++i) {
       switch (fec->fecElementType(i)) {
       case prefixElement_:
@@ -350,7 +387,7 @@ void LdpSessionMsgSm::handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U3
       fecConfig = ldpFecConfigColl_->fecConfig(fec);
       if (!fecConfig) {
          LDP_TRACE(th, 5, "   " << ldpMsgTypeStr(type) << " for unknown FEC " << fec.stringValue());
-         if (type == LdpLabelWithdraw_) sendReleaseForUnknownFec(*parser, fec);
+         if (type == LdpLabelWithdraw_) sendReleaseForUnknownFec(*parser, &fec, nullptr);
          return;
       }
    }
@@ -369,15 +406,16 @@ void LdpSessionMsgSm::handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U3
 }
 
 void LdpSessionMsgSm::sendReleaseForUnknownFec(LdpMsgParser const& withdraw,
-                                               Mpls::FwdEqvClass const& fec) {
+                                               Mpls::FwdEqvClass const* fec,
+                                               PwFwdEqvClassInfo const* pw) {
    // A withdrawn label is released even when nothing here used it, so that
    // the peer does not keep it waiting.
    PktPtr pkt = newPkt();
-   auto gen = ldpMsgGenFactory(pkt);
+   auto gen = ldpPwMsgGenFactory(pkt);
    bool ok =
       gen->addLdpPduHdr(LdpProtoParam::ldpVersion(), ldpSessionStatus()->localLdpIdentifier());
    ok = ok && gen->addLdpMsgHdr(false, LdpLabelRelease_, nextMessageId());
-   ok = ok && gen->addFecTlvPrefix(fec);
+   ok = ok && (fec ? gen->addFecTlvPrefix(*fec) : gen->addFecTlvPwId(*pw, false));
    if (auto const* label = withdraw.genLabelTlv())
       ok = ok && label->label().isValid() && gen->addGenLabelTlv(false, label->label());
    if (!ok) return;
@@ -470,11 +508,7 @@ void LdpSessionMsgSm::handleRxLdpAddressMsg(PktPtr const& pkt, U32 offset) {
       handleRxLdpMsgError(pkt, offset, parser->statusCode());
       return;
    }
-   // An Address message without an address is malformed, not a fault.
-   if (parser->numAddress() == 0) {
-      handleRxLdpMsgError(pkt, offset, statusMalformedTlvValue_);
-      return;
-   }
+   // An empty list tells nothing new, and harms nothing.
    LdpSessionStatus* st = ldpSessionStatus().ptr();
    for (U32 i = 0; i < parser->numAddress(); ++i) st->peerIntfIpIs(parser->address(i), true);
    st->addressMsgRcvdIs(true);
@@ -486,8 +520,10 @@ void LdpSessionMsgSm::handleRxLdpAddressWithdrawMsg(PktPtr const& pkt, U32 offse
       handleRxLdpMsgError(pkt, offset, parser->statusCode());
       return;
    }
+   // A VPLS peer's MAC Address Withdraw has no address: it withdraws MAC
+   // addresses of a VPLS instance, which this LSR does not run.
    if (parser->numAddress() == 0) {
-      handleRxLdpMsgError(pkt, offset, statusMalformedTlvValue_);
+      LDP_TRACE(th, 5, "   Address Withdraw without address ignored: " << parser->stringValue());
       return;
    }
    LdpSessionStatus* st = ldpSessionStatus().ptr();

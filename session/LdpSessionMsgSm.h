@@ -104,7 +104,11 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    void handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgType type);
    void handleRxFec(Vek::Ptr<LdpMsgParser const> const& parser, U32 index, LdpMsgType type,
                     Mpls::FwdEqvClass const& fec);
-   void sendReleaseForUnknownFec(LdpMsgParser const& withdraw, Mpls::FwdEqvClass const& fec);
+   PwFecSessionId releasedPwFecSession(PwFecSessionId const& named, Nolu::MplsLabel label) const;
+   // The Release of a withdrawn label of a prefix FEC (fec) or pseudowire
+   // (pw) that this LSR does not know.
+   void sendReleaseForUnknownFec(LdpMsgParser const& withdraw, Mpls::FwdEqvClass const* fec,
+                                 PwFwdEqvClassInfo const* pw);
    Vek::Ptr<LdpMsg> rxLdpMsg(Vek::Ptr<LdpMsgParser const> const& parser, U32 index) const;
    void holdFecMsg(Mpls::FwdEqvClass const& fec, Vek::Ptr<LdpMsg> const& msg);
    void heldFecMsgDelAll();

@@ -228,6 +228,15 @@ LdpStatusCode LdpFecTlvParser::parse(LdpTlvHdr const* tlv, Vek::String* reason) 
    return statusSuccess_;
 }
 
+U16 LdpFecTlvParser::fecElementFamily(U32 index) const {
+   LdpFecTlvElementHdr const* e = fecElement(index);
+   if (e->type() == prefixElement_)
+      return static_cast<LdpFecTlvPrefixElementHdr const*>(e)->family();
+   if (e->type() == hostAddrElement_)
+      return static_cast<LdpFecTlvHostAddrElementHdr const*>(e)->family();
+   return 0;
+}
+
 Mpls::FwdEqvClass LdpFecTlvParser::fwdEqvCls(U32 index) const {
    LdpFecTlvElementHdr const* e = fecElement(index);
    U8 bytes[16] = {};
@@ -389,6 +398,9 @@ struct LdpMsgParser::Rules {
    U32 mandatory;
    // Every TLV that is not otherwise allowed is a capability TLV.
    bool capabilities;
+   // Known TLVs that this message may carry but that this LSR does not use:
+   // taken without being decoded.
+   U32 skipped = 0;
 };
 
 LdpMsgParser::Rules const& LdpMsgParser::rulesForType(LdpMsgType type, bool* known) {
@@ -399,7 +411,11 @@ LdpMsgParser::Rules const& LdpMsgParser::rulesForType(LdpMsgType type, bool* kno
    static Rules const init{kSessionParam | kSessionParamExtra, kSessionParam, true};
    static Rules const keepAlive{0, 0, false};
    static Rules const capability{0, kCapability, true};
-   static Rules const address{kAddrList, kAddrList, false};
+   // An Address Withdraw may also be a MAC Address Withdraw of a VPLS peer
+   // (RFC 4762): an empty address list, the PWid FEC of the VPLS instance and
+   // a MAC List TLV. Without VPLS here there is nothing to withdraw, and the
+   // message must not harm the session.
+   static Rules const address{kAddrList, kAddrList, false, kFec};
    static Rules const mapping{
       kFec | kGenLabel | kLabelReqMsgId | kHopCount | kPathVector | kPwStatus, kFec | kGenLabel,
       false};
@@ -532,6 +548,11 @@ void LdpMsgParser::parseTlvs(Rules const& rules) {
          return;
       }
       TlvKind kind = kindForTlvType(tlv->type());
+      if (rules.skipped & kind) {
+         ++skippedTlvNum_;
+         pos += tlv->totalSize();
+         continue;
+      }
       if (!(rules.allowed & kind)) {
          if (rules.capabilities) {
             kind = kCapability;
@@ -611,10 +632,7 @@ bool LdpMsgParser::parseTlv(Rules const& rules, LdpTlvHdr const* tlv, U32 tlvOff
                                       std::to_string(a->family()));
          return false;
       }
-      if (len == 2) {
-         fail(statusMalformedTlvValue_, "Address List without address");
-         return false;
-      }
+      // An empty list is legal: a MAC Address Withdraw carries one.
       addrListTlv_ = a;
       return true;
     }

@@ -105,6 +105,8 @@ class LdpFecTlvParser {
    bool hasWildcard() const {
       return fecElementNum() == 1 && fecElementType(0) == wildcardElement_;
    }
+   // The address family of a prefix or host address element; 0 for others.
+   U16 fecElementFamily(U32 index) const;
    Vek::String stringValue() const;
 
    // Checks the elements of the TLV, whose value bytes the caller has found
@@ -145,6 +147,8 @@ class LdpMsgParser : public Vek::PtrInterface {
    U32 msgSize() const { return msgHdr_ ? 4u + msgHdr_->length() : 0; }
    // TLVs skipped because their U bit was set.
    U32 unknownTlvNum() const { return unknownTlvNum_; }
+   // Known TLVs that the message may carry and that were skipped unread.
+   U32 skippedTlvNum() const { return skippedTlvNum_; }
 
    // The TLVs found; null when absent. Only the TLVs that the message type
    // allows are ever set.
@@ -192,6 +196,7 @@ class LdpMsgParser : public Vek::PtrInterface {
    LdpStatusCode statusCode_ = statusSuccess_;
    Vek::String reason_;
    U32 unknownTlvNum_ = 0;
+   U32 skippedTlvNum_ = 0;
 
    LdpTlvHdr const* fecTlv_ = nullptr;
    LdpFecTlvParser fecTlvParser_;

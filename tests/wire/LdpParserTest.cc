@@ -161,8 +161,17 @@ TEST(LdpParser, AddressMessages) {
    ASSERT_TRUE(a6->validMsg()) << a6->reason();
    EXPECT_EQ(a6->address(0).stringValue(), "2001:db8::1");
 
-   EXPECT_EQ(msgStatus(msgOf(0x0300, 2, {0x01, 0x01, 0x00, 0x02, 0x00, 0x01})),
-             statusMalformedTlvValue_);
+   // A VPLS peer's MAC Address Withdraw: an empty list, the PWid FEC (taken
+   // unread) and a MAC List TLV with the U bit (skipped as unknown).
+   auto mac = ldpAddressWithdrawMsgParserFactory(
+      pktOf(pduOf(msgOf(0x0301, 2,
+                        {0x01, 0x01, 0x00, 0x02, 0x00, 0x01, 0x01, 0x00, 0x00, 0x0c, 0x80, 0x00,
+                         0x05, 0x04, 0, 0, 0, 0, 0, 0, 0, 7, 0x84, 0x04, 0x00, 0x00}))),
+      10);
+   ASSERT_TRUE(mac->validMsg()) << mac->reason();
+   EXPECT_EQ(mac->numAddress(), 0u);
+   EXPECT_EQ(mac->skippedTlvNum(), 1u);
+   EXPECT_EQ(mac->unknownTlvNum(), 1u);
    EXPECT_EQ(msgStatus(msgOf(0x0300, 2, {0x01, 0x01, 0x00, 0x05, 0x00, 0x01, 1, 2, 3})),
              statusBadTlvLength_);
    EXPECT_EQ(msgStatus(msgOf(0x0300, 2, {0x01, 0x01, 0x00, 0x06, 0x00, 0x07, 1, 2, 3, 4})),
