@@ -455,6 +455,7 @@ void LdpRoot::makePwMachines() {
    pc.pwConfigSmColl = Vek::Ptr<PwConfigSmColl>(pwConfigSmColl_.get());
    pc.localPwFecSessionConfigColl = st->localPwFecSessionConfigColl();
    pc.protoConfig = in_.protoConfig;
+   pc.scheduler = in_.scheduler;
    pwConfigSmManager_.is(PwConfigSmManager::PwConfigSmManagerIs(instId(), pc));
    madeLog_.push_back("pwConfigSmManager");
    PwFecSessionSmManager::Inputs fs;

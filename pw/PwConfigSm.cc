@@ -77,13 +77,21 @@ void PwConfigSm::computePwStatusMethod() {
       method = pwStatusMethodWithdraw_;
    else if (!in_.pwConfig->pwStatusTlv())
       method = pwStatusMethodWithdraw_;
-   else if (auto const* m = in_.pwFecSessionInfoMap.ptr()) {
-      for (auto it = m->remoteStatusIter(); it; ++it) {
-         if (it.value() && it.value()->peerPwStatusMethod() == pwStatusMethodWithdraw_) {
-            method = pwStatusMethodWithdraw_;
-            break;
+   else {
+      if (auto const* m = in_.pwFecSessionInfoMap.ptr()) {
+         PwStatusMethod seen = pwStatusMethodUnknown_;
+         for (auto it = m->remoteStatusIter(); it; ++it) {
+            if (!it.value()) continue;
+            PwStatusMethod peer = it.value()->peerPwStatusMethod();
+            if (peer == pwStatusMethodWithdraw_) {
+               seen = peer;
+               break;
+            }
+            if (peer == pwStatusMethodTlv_) seen = peer;
          }
+         if (seen != pwStatusMethodUnknown_) peerMethod_ = seen;
       }
+      if (peerMethod_ == pwStatusMethodWithdraw_) method = pwStatusMethodWithdraw_;
    }
    if (in_.pwStatus->pwStatusMethod() != method)
       LDP_TRACE(th, 5, " set status method " << U32(method) << " for " << in_.key);
@@ -113,10 +121,75 @@ void PwConfigSm::updateLocalPwFecSessionConfig() {
                        << ", label: " << c->localLabel() << ", params: " << params
                        << ", status: " << U32(c->adminPwStatus()) << ", status-up: " << up);
    fc->fecParamsIs(params);
-   fc->labelIs(c->localLabel());
+   fc->labelIs(localLabelToAdvertise(id));
    fc->pwStatusMethodIs(in_.pwStatus->pwStatusMethod());
    fc->pwStatusFlagsIs(Pseudowire::PseudowireLdpStatusFlags(flags));
    fc->memberIs(pwMemberConfig_, true);
+}
+
+// The label that the FEC session may advertise: none while another FEC
+// session of this pseudowire still holds the same label at the peer (a
+// control word or PW type change), since a label is not given for another
+// FEC before the peer released it. A peer that never releases it holds the
+// label back for labelReleaseWaitMax at most; then the old FEC session's
+// withdraw is given up and the label goes out under the new FEC.
+Nolu::MplsLabel PwConfigSm::localLabelToAdvertise(PwFecSessionId const& id) {
+   Nolu::MplsLabel label = in_.pwConfig->localLabel();
+   PwFecSessionId holder;
+   if (!label.isValid() || !labelHeldElsewhere(id, label, &holder)) {
+      localStatus_.delAll();
+      labelReleaseWaitOver_ = false;
+      if (labelReleaseWaitTimerTask_) labelReleaseWaitTimerTask_->scheduleTaskDelay(Vek::infinity);
+      return label;
+   }
+   if (labelReleaseWaitOver_) {
+      LDP_TRACE(th, 3, " no Release of " << label << " for " << holder << ", withdraw given up");
+      auto hc = in_.localPwFecSessionConfigColl->fecSessionConfig(holder);
+      if (hc && !hc->memberHas(pwMemberConfig_)) in_.localPwFecSessionConfigColl->fecSessionConfigDel(holder);
+      localStatus_.delAll();
+      labelReleaseWaitOver_ = false;
+      return label;
+   }
+   LDP_TRACE(th, 5, " label " << label << " for " << id << " waits for its Release at " << holder);
+   if (auto const* m = in_.pwFecSessionInfoMap.ptr()) {
+      if (auto st = m->localStatus(holder))
+         localStatus_.is(holder, this, st, holder, &PwConfigSm::handleLocalLabelHeld);
+   }
+   if (!labelReleaseWaitTimerTask_) {
+      labelReleaseWaitTimerTask_ =
+         Hesk::timerTaskIs(this, &PwConfigSm::handleLabelReleaseWaitTimerTask, in_.scheduler, 2,
+                           "PwConfig-releaseWait");
+   }
+   labelReleaseWaitTimerTask_->scheduleTaskLowestDelay(labelReleaseWaitMax);
+   return Nolu::MplsLabel::null();
+}
+
+bool PwConfigSm::labelHeldElsewhere(PwFecSessionId const& id, Nolu::MplsLabel label,
+                                    PwFecSessionId* holder) const {
+   auto const* m = in_.pwFecSessionInfoMap.ptr();
+   if (!m) return false;
+   for (auto it = m->localStatusIter(); it; ++it) {
+      PwFecSessionId const& other = it.key();
+      if (other == id || other.sessionId() != id.sessionId() || !it.value()) continue;
+      if (it.value()->labelMappingSent() == label ||
+          it.value()->labelWithdrawOutstanding() == label) {
+         *holder = other;
+         return true;
+      }
+   }
+   return false;
+}
+
+void PwConfigSm::handleLocalStatus(PwFecSessionId const& id) {
+   if (!initialized_) return;
+   // The FEC session that held the label went.
+   if (localStatus_.find(id)) updateLocalPwFecSessionConfig();
+}
+
+void PwConfigSm::handleLabelReleaseWaitTimerTask() {
+   if (!initialized_ || localStatus_.size() == 0) return;
+   labelReleaseWaitOver_ = true;
+   updateLocalPwFecSessionConfig();
 }
 
 // A configuration that the pseudowire no longer uses loses its label, so
@@ -280,6 +353,7 @@ void PwConfigSmManager::addPwConfigSm(Pseudowire::PseudowireLdpRequestKey const&
    in.localPwFecSessionConfigColl = in_.localPwFecSessionConfigColl;
    in.protoConfig = in_.protoConfig;
    in.pwFecSessionInfoMap = in_.ldpIndex->pwKeyToPwFecSessionInfo(key);
+   in.scheduler = in_.scheduler;
    in_.pwConfigSmColl->smIs(key, PwConfigSm::PwConfigSmIs(instId(), in));
 }
 

@@ -9,6 +9,7 @@
 #include "entities/LdpMsgPipe.h"
 #include "entities/LdpSm.h"
 #include "entities/LdpStatus.h"
+#include "runtime/hesk/Task.h"
 #include "runtime/vek/Reactor.h"
 
 namespace Ldp {
@@ -22,7 +23,12 @@ class PwConfigSm : public LdpSm {
       Vek::Ptr<PwFecSessionConfigColl> localPwFecSessionConfigColl;
       Vek::Ptr<ProtoConfig const> protoConfig;
       Vek::Ptr<PwFecSessionInfoMap const> pwFecSessionInfoMap;
+      Vek::Ptr<Hesk::TaskScheduler> scheduler;
    };
+   // How long the label of a pseudowire whose FEC changed waits for the
+   // peer's Release of the same label under the old FEC before it is
+   // advertised under the new one all the same.
+   static constexpr Vek::Seconds labelReleaseWaitMax = 2.0;
    static Vek::Ptr<PwConfigSm> PwConfigSmIs(U32 instId, Inputs const& in) {
       return Vek::makeSm<PwConfigSm>(instId, in);
    }
@@ -44,6 +50,9 @@ class PwConfigSm : public LdpSm {
    void handlePwStatusTlv() { computePwStatusMethod(); }
    void handleProtoParamSetting() { computePwStatusMethod(); }
    void handleRemoteStatus(PwFecSessionId const& id);
+   void handleLocalStatus(PwFecSessionId const& id);
+   void handleLocalLabelHeld(PwFecSessionId const&) { updateLocalPwFecSessionConfig(); }
+   void handleLabelReleaseWaitTimerTask();
    void handlePeerPwStatusMethod(PwFecSessionId const& id) { computePwStatusMethod(id); }
 
    void computePwStatusMethod();
@@ -55,6 +64,11 @@ class PwConfigSm : public LdpSm {
  private:
    void removeLocalConfig();
    void retireLocalConfig(PwFecSessionId const& id);
+   // Another FEC session of this pseudowire on the same session that still
+   // holds the label at the peer: mapped, or withdrawn and not yet released.
+   Nolu::MplsLabel localLabelToAdvertise(PwFecSessionId const& id);
+   bool labelHeldElsewhere(PwFecSessionId const& id, Nolu::MplsLabel label,
+                           PwFecSessionId* holder) const;
 
    class ProtoConfigReactor : public Vek::CustomReactor<ProtoConfig::NotifieeConst, PwConfigSm> {
     public:
@@ -70,6 +84,16 @@ class PwConfigSm : public LdpSm {
       void onRemoteStatus(PwFecSessionId const& k) override {
          fwd([&k](auto* sm) { sm->handleRemoteStatus(k); });
       }
+      void onLocalStatus(PwFecSessionId const& k) override {
+         fwd([&k](auto* sm) { sm->handleLocalStatus(k); });
+      }
+   };
+   class LocalStatusReactor
+      : public KeyedReactor<LocalPwFecSessionStatus::NotifieeConst, PwConfigSm, PwFecSessionId> {
+    public:
+      using KeyedReactor::KeyedReactor;
+      void onLabelMappingSent() override { fire(); }
+      void onLabelWithdrawOutstanding() override { fire(); }
    };
    class RemoteStatusReactor
       : public KeyedReactor<RemotePwFecSessionStatus::NotifieeConst, PwConfigSm, PwFecSessionId> {
@@ -80,11 +104,20 @@ class PwConfigSm : public LdpSm {
 
    Inputs in_;
    PwFecSessionId localId_;
+   // What the peer last showed of the PW Status TLV on this session: kept
+   // when its FEC sessions go (a withdrawn label), so that a peer that never
+   // sends the TLV keeps getting withdraws for faults.
+   PwStatusMethod peerMethod_ = pwStatusMethodUnknown_;
    bool hasLocalId_ = false;
    Vek::Input<PwConfig::Reactor<PwConfigSm>> pwConfigReactor_;
    Vek::Input<ProtoConfigReactor> protoConfigReactor_;
    Vek::Input<InfoMapReactor> infoMapReactor_;
    Vek::ReactorColl<PwFecSessionId, RemoteStatusReactor> remoteStatus_;
+   // The other FEC sessions of the pseudowire are watched only while the
+   // label waits for one of them to give it up.
+   Vek::ReactorColl<PwFecSessionId, LocalStatusReactor> localStatus_;
+   Vek::Ptr<Hesk::TimerTask> labelReleaseWaitTimerTask_;
+   bool labelReleaseWaitOver_ = false;
 };
 
 using PwConfigSmColl = LdpSmColl<Pseudowire::PseudowireLdpRequestKey, PwConfigSm>;
@@ -101,6 +134,7 @@ class PwConfigSmManager : public LdpSm {
       Vek::Ptr<PwConfigSmColl> pwConfigSmColl;
       Vek::Ptr<PwFecSessionConfigColl> localPwFecSessionConfigColl;
       Vek::Ptr<ProtoConfig const> protoConfig;
+      Vek::Ptr<Hesk::TaskScheduler> scheduler;
    };
    static Vek::Ptr<PwConfigSmManager> PwConfigSmManagerIs(U32 instId, Inputs const& in) {
       return Vek::makeSm<PwConfigSmManager>(instId, in);

@@ -169,6 +169,120 @@ TEST_F(PwFake, APeerWithoutStatusTlvGetsWithdrawsAndMismatchesAreTold) {
    EXPECT_EQ(2u, fake.rxCount(LdpLabelMapping_));
 }
 
+// What peers of other makes send: a VPLS peer's MAC Address Withdraw (an
+// empty address list, the PWid FEC of the VPLS instance and a MAC List TLV),
+// a Withdraw for a pseudowire that this side doesn't have, and a FEC of an
+// address family that this LSR doesn't run. None may harm the session.
+TEST_F(PwFake, PeersOfOtherMakesKeepTheSessionAndGetTheirAnswers) {
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 1));
+   fake.send({pwLabelMsg(LdpLabelMapping_, 300, pwElement(7), 700, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   auto const* session = ss();
+
+   B::Buf emptyList;
+   B::put16(emptyList, 1);
+   B::Buf macs;
+   B::append(macs, {0x00, 0x11, 0x22, 0x33, 0x44, 0x55});
+   B::Buf macWithdraw = B::tlv(tlvAddressList_, emptyList);
+   B::append(macWithdraw, B::fecTlv({pwElement(7, 0, 5, false, 0)}));
+   B::append(macWithdraw, B::tlv(0x0404, macs, true));
+   B::Buf flushAll = B::tlv(tlvAddressList_, emptyList);
+   B::append(flushAll, B::fecTlv({pwElement(7, 0, 5, false, 0)}));
+   B::append(flushAll, B::tlv(0x0404, {}, true));
+   fake.send({B::msg(LdpAddressWithdraw_, 301, macWithdraw), B::msg(LdpAddressWithdraw_, 302, flushAll),
+              B::msg(LdpAddress_, 303, B::tlv(tlvAddressList_, emptyList))});
+   // A Withdraw of a pseudowire that this side doesn't have is released.
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 304, pwElement(99), 990)});
+   ASSERT_TRUE(sentCount(LdpLabelRelease_, 1));
+   auto rel = sent(LdpLabelRelease_).back();
+   EXPECT_EQ(99u, rel->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass().pwId().value());
+   EXPECT_EQ(990u, rel->genLabelTlv()->label().value());
+
+   // An IPv6 prefix gets Unsupported Address Family, and nothing is kept of
+   // it, not even its IPv4 neighbour in the same message.
+   B::Buf v6{0x02, 0x00, 0x02, 0x30, 0x20, 0x01, 0x0d, 0xb8, 0x00, 0x01};
+   fake.send({B::labelMsg(LdpLabelMapping_, 305, {B::prefixElement(IpAddr(9, 9, 9, 9), 32), v6}, 800)});
+   ASSERT_TRUE(fake.runUntil(
+      [&] { return fake.rxCount(LdpNotification_, statusUnsupportedAddrFamily_) == 1; }, 2.0));
+   fake.runFor(1.0);
+   EXPECT_FALSE(b.status()->ldpFecConfigColl()->fecConfigFind(
+      Mpls::FwdEqvClass(*Nolu::IpGenPrefix::fromString("9.9.9.9/32"))));
+   EXPECT_FALSE(b.status()->ldpFecConfigColl()->fecConfigFind(
+      Mpls::FwdEqvClass(*Nolu::IpGenPrefix::fromString("2001:db8:1::/48"))));
+
+   // The session, its addresses and the pseudowire are as they were, and
+   // the only Notification was the advisory one.
+   EXPECT_EQ(stateOperational_, state());
+   EXPECT_EQ(session, ss());
+   EXPECT_TRUE(ss()->peerIntfIpHas(Nolu::IpGenAddr(IpAddr(10, 0, 0, 1))));
+   EXPECT_EQ(Pseudowire::connectorUp, status());
+   EXPECT_EQ(700u, response()->peerLabel().value());
+   EXPECT_EQ(1u, fake.rxCount(LdpNotification_));
+   EXPECT_EQ(1u, fake.rxCount(LdpLabelMapping_));
+   EXPECT_EQ(0u, fake.rxCount(LdpLabelWithdraw_));
+}
+
+// A peer without the PW Status TLV withdraws its label: faults still go to
+// it by Withdraw, since it showed that it doesn't read the TLV.
+TEST_F(PwFake, WithdrawMethodOutlastsThePeersWithdraw) {
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 1));
+   fake.send({pwLabelMsg(LdpLabelMapping_, 300, pwElement(7), 700)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 301, pwElement(7), 700)});
+   ASSERT_TRUE(sentCount(LdpLabelRelease_, 1));
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorNoRemote; }, 2.0));
+   fake.runFor(2.0);
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000, .up = false});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 1));
+   EXPECT_EQ(0u, fake.rxCount(LdpNotification_));
+}
+
+// A control word or PW type change moves the pseudowire to another FEC with
+// the same label: the new mapping waits for the peer's Release of the old
+// one, which may name the new FEC, and a peer that never releases holds it
+// back for a bounded time only.
+TEST_F(PwFake, FecChangeWaitsForTheReleaseOfTheOldMapping) {
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 1));
+   fake.send({pwLabelMsg(LdpLabelMapping_, 300, pwElement(7), 700, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000, .controlWord = true});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 1));
+   EXPECT_FALSE(sent(LdpLabelWithdraw_).back()->ldpFecTlvParser()->pwFwdEqvCls(0)
+                   .fwdEqvClass().controlWord());
+   fake.runFor(0.5);
+   EXPECT_EQ(1u, fake.rxCount(LdpLabelMapping_));
+   // The Release names the new FEC and the old label: it answers the
+   // Withdraw, and the new mapping follows.
+   fake.send({pwLabelMsg(LdpLabelRelease_, 301, pwElement(7, 1500, 5, true), 5000)});
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 2));
+   auto m = sent(LdpLabelMapping_).back();
+   EXPECT_TRUE(m->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass().controlWord());
+   EXPECT_EQ(5000u, m->genLabelTlv()->label().value());
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 302, pwElement(7), 700)});
+   fake.send({pwLabelMsg(LdpLabelMapping_, 303, pwElement(7, 1500, 5, true), 701, 0)});
+   ASSERT_TRUE(s.runUntil([&] { return status() == Pseudowire::connectorUp; }, 2.0));
+   fake.runFor(1.0);
+   EXPECT_EQ(2u, fake.rxCount(LdpLabelMapping_));
+
+   // Another PW type, and a peer that never releases the old mapping.
+   pwRequestIs(b, "1.1.1.1",
+               {.pwId = 7, .label = 5000, .type = Pseudowire::pwTypeEthernetTagged_,
+                .controlWord = true});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 2));
+   ASSERT_TRUE(sentCount(LdpLabelMapping_, 3));
+   m = sent(LdpLabelMapping_).back();
+   EXPECT_EQ(Pseudowire::pwTypeEthernetTagged_, m->ldpFecTlvParser()->pwFwdEqvCls(0).fwdEqvClass().pwType());
+   EXPECT_EQ(5000u, m->genLabelTlv()->label().value());
+   // The old FEC session is given up rather than kept for ever.
+   fake.runFor(1.0);
+   EXPECT_EQ(1u, b.status()->localPwFecSessionConfigColl()->fecSessionConfigSize());
+   EXPECT_EQ(stateOperational_, state());
+}
+
 // Two agents with pseudowires to each other.
 struct PwTwoAgents : TwoAgents {
    void SetUp() override {
