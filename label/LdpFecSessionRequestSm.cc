@@ -186,7 +186,9 @@ void LdpFecSessionRequestSm::computePeerLabelState(LdpFecSessionId const& id) {
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id.sessionId());
    if (!s || !ss) return;
    U32 v = 0;
-   if (s->localLabelRequestMsgId() != s->localLabelRequestMsgIdAcked())
+   // A request is outstanding only if we sent one.
+   if (s->localLabelRequestMsgId() != 0 &&
+       s->localLabelRequestMsgId() != s->localLabelRequestMsgIdAcked())
       v |= PeerBit::requestOutstanding;
    if (s->localLabelReleaseMsgId() != 0) v |= PeerBit::releaseSent;
    for (auto it = s->peerLabelStateIter(); it; ++it) {

@@ -201,8 +201,14 @@ void LdpFecSessionRxSm::handleRxMappingMsg(LdpFecSessionId const& id, LdpMsgPars
       }
       s->peerLabelStateIs(label, mappingRcvd_);
       if (auto const* rq = p.labelReqMsgIdTlv()) {
-         s->localLabelRequestMsgIdAckedIs(rq->msgId());
-         LDP_TRACE(th, 7, "   Acked Msg Id: " << rq->msgId());
+         // Only a request of ours is answered: an id we never sent names
+         // nothing to acknowledge, nor to abort.
+         if (rq->msgId() != 0 && rq->msgId() == s->localLabelRequestMsgId()) {
+            s->localLabelRequestMsgIdAckedIs(rq->msgId());
+            LDP_TRACE(th, 7, "   Acked Msg Id: " << rq->msgId());
+         } else {
+            LDP_TRACE(th, 5, "   Mapping names request " << rq->msgId() << ", not ours, for " << id);
+         }
       }
       nexthop = s->isNexthopLsr();
    }

@@ -1,0 +1,113 @@
+// Label distribution with peers of other makes, played by the test: mappings
+// that answer our Label Requests without naming them, or naming the wrong
+// request or one we never sent; wildcard Withdraws and Releases, on their own
+// and followed at once by messages about single FECs; a peer that maps and
+// withdraws a FEC again and again.
+#include <set>
+
+#include "tests/sim/SessionFixtures.h"
+
+using namespace LdpTest::Sessions;
+
+namespace {
+
+Mpls::FwdEqvClass fec(std::string const& p) {
+   return Mpls::FwdEqvClass(*Nolu::Prefix::fromString(p));
+}
+B::Buf prefix(std::string const& p) {
+   auto pf = *Nolu::Prefix::fromString(p);
+   return B::prefixElement(pf.addr(), U8(pf.len()));
+}
+
+// The agent (2.2.2.2) and the peer (1.1.1.1) on 10.0.0.0/24; routes of the
+// agent go through the peer (10.0.0.1) or through a router that speaks no LDP
+// (10.0.0.9).
+struct Interop : AgentAndFake {
+   U32 nextFecId = 1;
+   IpAddr const viaPeer{10, 0, 0, 1};
+   IpAddr const viaOther{10, 0, 0, 9};
+
+   void block(U32 base, U32 size) {
+      auto bl = b.store()->get<Mpls::Api::Status>("mpls/status")->labelBlockAllocationIs("ldp");
+      bl->baseIs(base);
+      bl->sizeIs(size);
+   }
+   void route(std::string const& p, IpAddr hop) {
+      auto fwd = b.store()->get<Tesh::Fib::ForwardingStatus>("forwarding/status");
+      U32 id = nextFecId++;
+      fwd->fecIs(id)->viaIs(Via(Nolu::IpGenAddr(hop), Nolu::IntfId("eth1")), true);
+      auto r = b.store()->get<Tesh::Fib::RouteStatus>("routing/status")->routeIs(
+         *Nolu::Prefix::fromString(p));
+      r->routeTypeIs(2);
+      r->fecIdIs(id);
+   }
+   // The session up to the exchange of addresses, the peer proposing
+   // downstream on demand or unsolicited advertisement.
+   void up(bool onDemand) {
+      if (onDemand) b.config()->ldpLabelAdvDsplIs(downstreamOnDemandAdvDspl_);
+      untilInitSent();
+      fake.send({B::initMsg(100, r2Id, 30, 4096, onDemand), B::keepAliveMsg(101)});
+      ASSERT_TRUE(fake.runUntil([&] { return state() == stateOperational_; }, 5.0));
+      fake.send({B::addressMsg(102, {IpAddr(1, 1, 1, 1), viaPeer})});
+      ASSERT_TRUE(fake.runUntil(
+         [&] { return ss() && ss()->sessionOpState() == sessionOpAddrExchanged_; }, 5.0));
+      EXPECT_EQ(onDemand ? downstreamOnDemandAdvDspl_ : unsolicitedAdvDspl_,
+                ss()->operLabelAdvDspl());
+   }
+   LdpFecSessionStatus const* fs(std::string const& p) {
+      return b.status()->ldpFecSessionStatusColl()->fecSessionStatusFind(
+         LdpFecSessionId(fec(p), LdpSessionId(r1Id)));
+   }
+   U32 peerState(std::string const& p) {
+      auto const* s = fs(p);
+      return s ? U32(s->peerLabelSessionState()) : 0;
+   }
+   // The messages of a type that the agent sent to the peer, parsed; for one
+   // FEC when given.
+   std::vector<Ptr<LdpMsgParser>> sent(LdpMsgType type, std::string const& p = "") {
+      std::vector<Ptr<LdpMsgParser>> out;
+      for (auto const& m : fake.rxMsgs()) {
+         if (m.type != type) continue;
+         auto parser = ldpMsgParserGet(m.pkt, m.offset);
+         if (!p.empty() && !(parser->ldpFecTlvParser() &&
+                             parser->ldpFecTlvParser()->fwdEqvCls(0) == fec(p)))
+            continue;
+         out.push_back(parser);
+      }
+      return out;
+   }
+   // The labels of the Releases that the agent sent; 0 for one without.
+   std::multiset<U32> released(std::string const& p = "") {
+      std::multiset<U32> out;
+      for (auto const& m : sent(LdpLabelRelease_, p))
+         out.insert(m->genLabelTlv() ? m->genLabelTlv()->label().value() : 0);
+      return out;
+   }
+};
+
+}  // namespace
+
+// A peer that is not the next hop maps a FEC naming a Label Request that we
+// never sent: there is nothing to abort, and no Label Abort Request goes out,
+// least of all one naming request 0.
+TEST_F(Interop, MappingNamingARequestNeverSentAbortsNothing) {
+   route("9.9.9.3/32", viaOther);
+   up(false);
+   fake.send({B::labelMsg(LdpLabelMapping_, 600, {prefix("23.0.0.0/24")}, 900,
+                          B::labelReqMsgIdTlv(777)),
+              B::labelMsg(LdpLabelMapping_, 601, {prefix("9.9.9.3/32")}, 901,
+                          B::labelReqMsgIdTlv(778))});
+   fake.runFor(1.0);
+   for (auto const& m : sent(LdpLabelAbortReq_)) {
+      ADD_FAILURE() << "Abort sent for " << m->ldpFecTlvParser()->fwdEqvCls(0) << ", request "
+                    << (m->labelReqMsgIdTlv() ? m->labelReqMsgIdTlv()->msgId() : 0);
+   }
+   for (char const* p : {"23.0.0.0/24", "9.9.9.3/32"}) {
+      ASSERT_TRUE(fs(p)) << p;
+      EXPECT_FALSE(peerState(p) & 0x1) << p;
+      EXPECT_EQ(0u, fs(p)->localLabelRequestMsgId()) << p;
+      // Liberal retention keeps the labels.
+      EXPECT_TRUE(peerState(p) & 0x4) << p;
+   }
+   EXPECT_EQ(stateOperational_, state());
+}
