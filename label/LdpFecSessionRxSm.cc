@@ -200,15 +200,19 @@ void LdpFecSessionRxSm::handleRxMappingMsg(LdpFecSessionId const& id, LdpMsgPars
          for (auto const& l : displaced) s->peerLabelStateIs(l, withdrawRcvd_);
       }
       s->peerLabelStateIs(label, mappingRcvd_);
-      if (auto const* rq = p.labelReqMsgIdTlv()) {
-         // Only a request of ours is answered: an id we never sent names
-         // nothing to acknowledge, nor to abort.
-         if (rq->msgId() != 0 && rq->msgId() == s->localLabelRequestMsgId()) {
-            s->localLabelRequestMsgIdAckedIs(rq->msgId());
-            LDP_TRACE(th, 7, "   Acked Msg Id: " << rq->msgId());
-         } else {
-            LDP_TRACE(th, 5, "   Mapping names request " << rq->msgId() << ", not ours, for " << id);
-         }
+      // The peer's mapping for the FEC answers our request for it, whether
+      // it names the request or not (the Label Request Message ID is
+      // optional, and a peer may name another); the id we sent stays on
+      // record. An id we never sent names nothing to acknowledge, nor to
+      // abort.
+      U32 ours = s->localLabelRequestMsgId();
+      auto const* rq = p.labelReqMsgIdTlv();
+      if (rq && rq->msgId() != ours)
+         LDP_TRACE(th, 5, "   Mapping names request " << rq->msgId() << ", ours is " << ours
+                                                      << ", for " << id);
+      if (ours != 0 && s->localLabelRequestMsgIdAcked() != ours) {
+         s->localLabelRequestMsgIdAckedIs(ours);
+         LDP_TRACE(th, 7, "   Acked Msg Id: " << ours);
       }
       nexthop = s->isNexthopLsr();
    }

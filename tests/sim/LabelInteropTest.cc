@@ -111,3 +111,53 @@ TEST_F(Interop, MappingNamingARequestNeverSentAbortsNothing) {
    }
    EXPECT_EQ(stateOperational_, state());
 }
+
+// Downstream on demand: the next hop answers our requests with mappings that
+// do not name them (the Label Request Message ID is left out, or names
+// another request). The mapping for the FEC answers the request all the
+// same, and when the peer later withdraws its label, we release it and ask
+// again, rather than waiting for an answer that already came.
+TEST_F(Interop, MappingWithoutOrWithAWrongRequestIdAnswersTheRequest) {
+   route("9.9.9.1/32", viaPeer);
+   route("9.9.9.2/32", viaPeer);
+   up(true);
+   ASSERT_TRUE(fake.runUntil(
+      [&] { return sent(LdpLabelRequest_, "9.9.9.1/32").size() == 1 &&
+                   sent(LdpLabelRequest_, "9.9.9.2/32").size() == 1; },
+      5.0));
+   U32 req2 = sent(LdpLabelRequest_, "9.9.9.2/32")[0]->msgId();
+   EXPECT_TRUE(peerState("9.9.9.1/32") & 0x1);
+   fake.send({B::labelMsg(LdpLabelMapping_, 500, {prefix("9.9.9.1/32")}, 801),
+              B::labelMsg(LdpLabelMapping_, 501, {prefix("9.9.9.2/32")}, 802,
+                          B::labelReqMsgIdTlv(req2 + 1000))});
+   fake.runFor(0.5);
+   for (auto [p, label] : {std::pair<char const*, U32>{"9.9.9.1/32", 801}, {"9.9.9.2/32", 802}}) {
+      ASSERT_TRUE(fs(p)) << p;
+      EXPECT_EQ(mappingRcvd_, fs(p)->peerLabelState(Nolu::MplsLabel(label))) << p;
+      // Nothing outstanding any more; the request we sent is still the one
+      // on record.
+      EXPECT_FALSE(peerState(p) & 0x1) << p;
+      EXPECT_NE(0u, fs(p)->localLabelRequestMsgId()) << p;
+   }
+   EXPECT_EQ(req2, fs("9.9.9.2/32")->localLabelRequestMsgId());
+
+   // The peer withdraws both labels: released, and asked for again.
+   fake.send({B::labelMsg(LdpLabelWithdraw_, 502, {prefix("9.9.9.1/32")}, 801),
+              B::labelMsg(LdpLabelWithdraw_, 503, {prefix("9.9.9.2/32")}, 802)});
+   ASSERT_TRUE(fake.runUntil(
+      [&] { return sent(LdpLabelRequest_, "9.9.9.1/32").size() == 2 &&
+                   sent(LdpLabelRequest_, "9.9.9.2/32").size() == 2; },
+      5.0))
+      << "requests stay outstanding after the mappings";
+   EXPECT_EQ((std::multiset<U32>{801}), released("9.9.9.1/32"));
+   EXPECT_EQ((std::multiset<U32>{802}), released("9.9.9.2/32"));
+   EXPECT_EQ(0u, fake.rxCount(LdpLabelAbortReq_));
+   // This time the answers name the requests: the path is back.
+   U32 again = sent(LdpLabelRequest_, "9.9.9.1/32")[1]->msgId();
+   fake.send({B::labelMsg(LdpLabelMapping_, 504, {prefix("9.9.9.1/32")}, 811,
+                          B::labelReqMsgIdTlv(again))});
+   fake.runFor(0.5);
+   EXPECT_EQ(mappingRcvd_, fs("9.9.9.1/32")->peerLabelState(Nolu::MplsLabel(811)));
+   EXPECT_FALSE(peerState("9.9.9.1/32") & 0x1);
+   EXPECT_EQ(stateOperational_, state());
+}
