@@ -212,6 +212,7 @@ void LdpFecSessionRxSm::handleRxMappingMsg(LdpFecSessionId const& id, LdpMsgPars
                                                       << ", for " << id);
       if (ours != 0 && s->localLabelRequestMsgIdAcked() != ours) {
          s->localLabelRequestMsgIdAckedIs(ours);
+         s->msgIdReqMsgDelAll();
          LDP_TRACE(th, 7, "   Acked Msg Id: " << ours);
       }
       nexthop = s->isNexthopLsr();
@@ -324,9 +325,17 @@ void LdpFecSessionRxSm::handleRxNotificationMsg(LdpFecSessionId const& id, LdpMs
    auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
    ldpMsgRxInc(s, LdpNotification_);
    if (st->msgType() != LdpLabelRequest_) return;
+   // Only the request on record is answered: one that was answered already,
+   // or aborted, is over.
+   if (!s->msgIdReqMsgHas(st->msgId())) {
+      LDP_TRACE(th, 5, "   Notification about request " << st->msgId() << ", not on record, for "
+                                                        << id);
+      return;
+   }
    switch (LdpStatusCode(st->statusData())) {
    case statusNoLabelResources_:
       s->peerNoLabelResourceCountIs(s->peerNoLabelResourceCount() + 1);
+      s->msgIdReqMsgDelAll();
       s->localLabelRequestMsgIdAckedIs(s->localLabelRequestMsgId());
       reason_ = "No Label Resources";
       break;

@@ -161,3 +161,37 @@ TEST_F(Interop, MappingWithoutOrWithAWrongRequestIdAnswersTheRequest) {
    EXPECT_FALSE(peerState("9.9.9.1/32") & 0x1);
    EXPECT_EQ(stateOperational_, state());
 }
+
+// Downstream on demand, a next hop that maps a FEC and withdraws it again and
+// again: each time we release and ask again, and what the FEC session keeps
+// of its requests stays the one request that is outstanding.
+TEST_F(Interop, MappingAndWithdrawCyclesKeepOneRequestOnRecord) {
+   route("9.9.9.4/32", viaPeer);
+   up(true);
+   U32 const cycles = 20;
+   for (U32 k = 0; k < cycles; ++k) {
+      ASSERT_TRUE(fake.runUntil(
+         [&] { return sent(LdpLabelRequest_, "9.9.9.4/32").size() == k + 1; }, 5.0))
+         << "cycle " << k;
+      U32 req = sent(LdpLabelRequest_, "9.9.9.4/32").back()->msgId();
+      fake.send({B::labelMsg(LdpLabelMapping_, 1000 + 2 * k, {prefix("9.9.9.4/32")}, 500 + k,
+                             B::labelReqMsgIdTlv(req))});
+      fake.runFor(0.3);
+      ASSERT_EQ(mappingRcvd_, fs("9.9.9.4/32")->peerLabelState(Nolu::MplsLabel(500 + k)));
+      EXPECT_LE(fs("9.9.9.4/32")->msgIdReqMsgSize(), 1u) << "cycle " << k;
+      fake.send({B::labelMsg(LdpLabelWithdraw_, 1001 + 2 * k, {prefix("9.9.9.4/32")}, 500 + k)});
+   }
+   ASSERT_TRUE(fake.runUntil(
+      [&] { return sent(LdpLabelRequest_, "9.9.9.4/32").size() == cycles + 1; }, 5.0));
+   EXPECT_EQ(cycles, released("9.9.9.4/32").size());
+   // The outstanding request is the one on record, so that its answer finds
+   // the FEC.
+   auto const* s = fs("9.9.9.4/32");
+   EXPECT_EQ(1u, s->msgIdReqMsgSize());
+   EXPECT_TRUE(s->msgIdReqMsgHas(s->localLabelRequestMsgId()));
+   fake.send({B::notificationMsg(2000, statusNoRoute_, false, s->localLabelRequestMsgId(),
+                                 LdpLabelRequest_)});
+   ASSERT_TRUE(fake.runUntil([&] { return fs("9.9.9.4/32")->flagNoRouteNotification(); }, 2.0));
+   EXPECT_EQ(0u, fs("9.9.9.4/32")->msgIdReqMsgSize());
+   EXPECT_EQ(stateOperational_, state());
+}
