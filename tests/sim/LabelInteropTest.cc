@@ -195,3 +195,106 @@ TEST_F(Interop, MappingAndWithdrawCyclesKeepOneRequestOnRecord) {
    EXPECT_EQ(0u, fs("9.9.9.4/32")->msgIdReqMsgSize());
    EXPECT_EQ(stateOperational_, state());
 }
+
+// A wildcard Label Release gives back every label we advertised to the peer,
+// whether the peer ever spoke of the FEC or not; nothing answers it, and the
+// FECs are not advertised to the peer again until it asks. The walk over the
+// FECs goes in slices, and a Label Request that follows the Release in the
+// same PDU is served after the Release, not undone by it.
+TEST_F(Interop, WildcardReleaseGivesBackEveryLabelAdvertisedToThePeer) {
+   block(2000, 1000);
+   U32 const n = 300;
+   std::vector<std::string> fecs;
+   for (U32 i = 0; i < n; ++i) {
+      fecs.push_back("30.0." + std::to_string(i / 200) + "." + std::to_string(i % 200 + 1) + "/32");
+      route(fecs.back(), viaOther);
+   }
+   up(false);
+   ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelMapping_) >= n; }, 10.0));
+   fake.runFor(1.0);
+   for (auto const& p : fecs) ASSERT_EQ(1u, fs(p)->localLabelStateSize()) << p;
+   // The peer spoke of one of them before: a Release of a label it does not
+   // hold, which changes nothing.
+   fake.send({B::labelMsg(LdpLabelRelease_, 700, {prefix(fecs[0])}, 3)});
+   fake.runFor(0.5);
+   ASSERT_EQ(1u, fs(fecs[0])->localLabelStateSize());
+   std::size_t mappings = fake.rxCount(LdpLabelMapping_);
+   std::size_t msgs = fake.rxMsgs().size();
+
+   fake.send({B::labelMsg(LdpLabelRelease_, 701, {B::wildcardElement()})});
+   fake.runFor(1.0);
+   for (auto const& p : fecs) {
+      EXPECT_EQ(0u, fs(p)->localLabelStateSize()) << p;
+      EXPECT_FALSE(b.status()->ldpFecConfigColl()->fecConfigFind(fec(p))->advertisedToHas(
+         LdpSessionId(r1Id)))
+         << p;
+   }
+   auto const& wild = b.agent()->scheduler()->allStats().at("RxSmWildcard");
+   EXPECT_GT(wild.yields, 0u);
+   // Nothing answers a Release, and nothing is advertised again unasked.
+   fake.runFor(2.0);
+   for (std::size_t i = msgs; i < fake.rxMsgs().size(); ++i)
+      EXPECT_EQ(LdpKeepAlive_, fake.rxMsgs()[i].type) << ldpMsgTypeStr(fake.rxMsgs()[i].type);
+   EXPECT_EQ(mappings, fake.rxCount(LdpLabelMapping_));
+
+   // A Release and a Request in one PDU: the Request is answered, and its
+   // mapping stands.
+   fake.send({B::labelMsg(LdpLabelRelease_, 702, {B::wildcardElement()}),
+              B::labelMsg(LdpLabelRequest_, 703, {prefix(fecs[n - 1])})});
+   ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelMapping_) == mappings + 1; }, 5.0));
+   auto m = sent(LdpLabelMapping_).back();
+   EXPECT_EQ(fec(fecs[n - 1]), m->ldpFecTlvParser()->fwdEqvCls(0));
+   ASSERT_TRUE(m->labelReqMsgIdTlv());
+   EXPECT_EQ(703u, m->labelReqMsgIdTlv()->msgId());
+   fake.runFor(1.0);
+   EXPECT_EQ(1u, fs(fecs[n - 1])->localLabelStateSize());
+   EXPECT_TRUE(b.status()->ldpFecConfigColl()->fecConfigFind(fec(fecs[n - 1]))->advertisedToHas(
+      LdpSessionId(r1Id)));
+   EXPECT_EQ(stateOperational_, state());
+}
+
+// A wildcard Label Withdraw takes back every label the peer gave us, and
+// each is released with its label; FECs the peer never mapped are not
+// answered, least of all with Releases that name no label. With a label, the
+// wildcard withdraws that label alone. A mapping that follows the Withdraw in
+// the same PDU stands.
+TEST_F(Interop, WildcardWithdrawReleasesThePeersLabelsAndNothingElse) {
+   block(2000, 100);
+   route("30.0.0.1/32", viaOther);
+   route("30.0.0.2/32", viaOther);
+   up(false);
+   ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelMapping_) >= 2; }, 10.0));
+   // The peer maps three FECs, and asks for one of ours (so it has spoken
+   // of it) without mapping it.
+   fake.send({B::labelMsg(LdpLabelMapping_, 800, {prefix("40.0.0.0/24")}, 900),
+              B::labelMsg(LdpLabelMapping_, 801, {prefix("40.0.1.0/24")}, 901),
+              B::labelMsg(LdpLabelMapping_, 802, {prefix("40.0.2.0/24")}, 902),
+              B::labelMsg(LdpLabelRequest_, 803, {prefix("30.0.0.1/32")})});
+   fake.runFor(1.0);
+   for (char const* p : {"40.0.0.0/24", "40.0.1.0/24", "40.0.2.0/24"})
+      ASSERT_TRUE(peerState(p) & 0x4) << p;
+   ASSERT_TRUE(fs("30.0.0.1/32"));
+
+   // One label, wherever it is bound.
+   fake.send({B::labelMsg(LdpLabelWithdraw_, 804, {B::wildcardElement()}, 901)});
+   ASSERT_TRUE(fake.runUntil([&] { return fake.rxCount(LdpLabelRelease_) >= 1; }, 2.0));
+   fake.runFor(1.0);
+   EXPECT_EQ((std::multiset<U32>{901}), released());
+   EXPECT_EQ((std::multiset<U32>{901}), released("40.0.1.0/24"));
+   EXPECT_TRUE(peerState("40.0.0.0/24") & 0x4);
+   EXPECT_TRUE(peerState("40.0.2.0/24") & 0x4);
+
+   // Every label, then a new mapping for one of the FECs at once.
+   fake.send({B::labelMsg(LdpLabelWithdraw_, 805, {B::wildcardElement()}),
+              B::labelMsg(LdpLabelMapping_, 806, {prefix("40.0.0.0/24")}, 910)});
+   fake.runFor(2.0);
+   EXPECT_EQ((std::multiset<U32>{900, 901, 902}), released());
+   EXPECT_EQ((std::multiset<U32>{900}), released("40.0.0.0/24"));
+   EXPECT_EQ((std::multiset<U32>{902}), released("40.0.2.0/24"));
+   EXPECT_TRUE(released("30.0.0.1/32").empty());
+   EXPECT_TRUE(released("30.0.0.2/32").empty());
+   EXPECT_EQ(mappingRcvd_, fs("40.0.0.0/24")->peerLabelState(Nolu::MplsLabel(910)));
+   EXPECT_EQ(1u, fs("40.0.0.0/24")->peerLabelStateSize());
+   EXPECT_FALSE(peerState("40.0.2.0/24") & 0x4);
+   EXPECT_EQ(stateOperational_, state());
+}
