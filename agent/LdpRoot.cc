@@ -237,6 +237,9 @@ void LdpRoot::handleInitialized() {
    smi.remotePwFecSessionConfigColl = st->remotePwFecSessionConfigColl();
    smi.ldpFecConfigColl = st->ldpFecConfigColl();
    smi.ldpFecMsgPipeColl = ldpFecMsgPipeColl_;
+   // The FEC sessions' one pipe: the sessions hand their peers' wildcards to it.
+   ldpFecSessionSingletonMsgPipe_ = ldpMsgPipeFactory("lfssmg");
+   smi.ldpFecSessionMsgPipe = ldpFecSessionSingletonMsgPipe_;
    smi.pwFecSessionMsgPipeColl = pwFecSessionMsgPipeColl_;
    smi.p2mpFecSessionLocalLabelMsgPipeColl = p2mpFecSessionLocalLabelMsgPipeColl_;
    smi.p2mpFecSessionRemoteLabelMsgPipeColl = p2mpFecSessionRemoteLabelMsgPipeColl_;
@@ -248,8 +251,7 @@ void LdpRoot::handleInitialized() {
       instId(), in_.protoConfig, st->ldpFecConfigColl()));
    madeLog_.push_back("ldpProtoConfigConsistencySm");
 
-   // The FEC sessions' one pipe, then the FEC database and its managers.
-   ldpFecSessionSingletonMsgPipe_ = ldpMsgPipeFactory("lfssmg");
+   // The FEC database and its managers.
    LdpFecConfigSm::Inputs fc;
    fc.protoConfig = in_.protoConfig;
    fc.ldpFecConfigColl = st->ldpFecConfigColl();
@@ -303,6 +305,7 @@ void LdpRoot::handleInitialized() {
    w.statistics = st->statistics();
    w.scheduler = in_.scheduler;
    w.numAllocatorStatus = in_.numAllocatorStatus;
+   w.wildcardWork = new LdpFecWildcardWork;
    ldpFecSessionCtrlSm_.is(LdpFecSessionCtrlSm::LdpFecSessionCtrlSmIs(instId(), w));
    madeLog_.push_back("ldpFecSessionCtrlSm");
    ldpFecSessionMappingSm_.is(LdpFecSessionMappingSm::LdpFecSessionMappingSmIs(instId(), w));

@@ -295,6 +295,13 @@ class Drive {
          DRIVE_CHECK(stats->pwLocalMsgIdInfoSize() <= LdpSessionStatistics::sentMsgRecordMax);
          if (ss->sessionState() == stateClosed_) DRIVE_CHECK(stats->pwRemoteMsgIdInfoSize() == 0);
       }
+      for (auto it = st->ldpFecSessionStatusColl()->fecSessionStatusIter(); it; ++it) {
+         auto const& fs = it.value();
+         // At most the Label Request in flight is kept by id, and nothing is
+         // outstanding that we never sent.
+         DRIVE_CHECK(fs.msgIdReqMsgSize() <= 1);
+         if (U32(fs.peerLabelSessionState()) & 0x1) DRIVE_CHECK(fs.localLabelRequestMsgId() != 0);
+      }
    }
 
    Input& in_;

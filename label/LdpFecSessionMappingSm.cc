@@ -265,6 +265,9 @@ void LdpFecSessionMappingSm::computeLocalLabelSessionState(LdpFecSessionId const
 }
 
 void LdpFecSessionMappingSm::processFecSessionMapping(LdpFecSessionId const& id) {
+   // A wildcard Release of the peer that came before acts first, so that it
+   // never takes back a label sent after it.
+   if (in_.wildcardWork) in_.wildcardWork->settle(in_, id);
    if (!in_.ldpFecSessionStatusColl->fecSessionStatusHas(id)) return;
    auto const* cfg = in_.ldpFecConfigColl->fecConfigFind(id.fec());
    auto const* fs = in_.ldpFecStatusColl->fecStatusFind(id.fec());
@@ -309,6 +312,7 @@ void LdpFecSessionMappingSm::processMplsLabel(LdpFecSessionId const& id, Nolu::M
 }
 
 void LdpFecSessionMappingSm::processFecSessionWithdraw(LdpFecSessionId const& id) {
+   if (in_.wildcardWork) in_.wildcardWork->settle(in_, id);
    if (!in_.ldpFecSessionStatusColl->fecSessionStatusHas(id)) return;
    if (!in_.ldpFecConfigColl->fecConfigHas(id.fec())) return;
    computeLocalLabelSessionState(id);

@@ -186,7 +186,9 @@ void LdpFecSessionRequestSm::computePeerLabelState(LdpFecSessionId const& id) {
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id.sessionId());
    if (!s || !ss) return;
    U32 v = 0;
-   if (s->localLabelRequestMsgId() != s->localLabelRequestMsgIdAcked())
+   // A request is outstanding only if we sent one.
+   if (s->localLabelRequestMsgId() != 0 &&
+       s->localLabelRequestMsgId() != s->localLabelRequestMsgIdAcked())
       v |= PeerBit::requestOutstanding;
    if (s->localLabelReleaseMsgId() != 0) v |= PeerBit::releaseSent;
    for (auto it = s->peerLabelStateIter(); it; ++it) {
@@ -355,6 +357,9 @@ void LdpFecSessionRequestSm::sendRequestMessage(LdpFecSessionId const& id) {
    {
       auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
       s->localLabelRequestMsgIdIs(msgId);
+      // The request in flight is the one kept by id, for the peer's answer
+      // to find: an older one has been answered, or given up with its abort.
+      s->msgIdReqMsgDelAll();
       s->msgIdReqMsgIs(msgId, true);
       ldpMsgTxInc(s, LdpLabelRequest_);
    }
@@ -380,6 +385,7 @@ void LdpFecSessionRequestSm::sendAbortReqMessage(LdpFecSessionId const& id) {
    ldpMsgTxInc(s, LdpLabelAbortReq_);
    s->localLabelRequestMsgIdIs(0);
    s->localLabelRequestMsgIdAckedIs(0);
+   s->msgIdReqMsgDelAll();
    s = {};
    fecSessionSend(in_, id.sessionId(), pkt);
    reason_ = "Label Abort Req Msg Sent.";

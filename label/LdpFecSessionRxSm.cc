@@ -18,24 +18,67 @@ LdpFecSessionRxSm::LdpFecSessionRxSm(U32 instId, Inputs const& in) : LdpSm(instI
    Vek::validPtr(in_.rxMsgPipe);
    Vek::validPtr(in_.ldpFecSessionRxNotifier);
    Vek::validPtr(in_.statistics);
+   Vek::validPtr(in_.scheduler);
+   Vek::validPtr(in_.wildcardWork);
    rxPipeReactor_.init(this, in_.rxMsgPipe);
    sessionReactor_.init(this, in_.ldpSessionStatusColl);
    handleInitialized();
 }
 
 void LdpFecSessionRxSm::handleInitialized() {
+   wildcardTimerTask_ = Hesk::timerTaskIs(this, &LdpFecSessionRxSm::handleWildcardTimerTask,
+                                          in_.scheduler, 2, "RxSmWildcard");
    initialized_ = true;
    handleMsgPipeReadable();
 }
 
+namespace {
+bool wildcardMsg(LdpMsg const& msg) {
+   LdpMsgParser const* p = msg.parser().ptr();
+   LdpFecTlvParser const* fec = p ? p->ldpFecTlvParser() : nullptr;
+   return fec && msg.fecElementIndex() < fec->fecElementNum() &&
+          fec->fecElementType(msg.fecElementIndex()) == wildcardElement_;
+}
+}  // namespace
+
 void LdpFecSessionRxSm::handleMsgPipeReadable() {
    if (!initialized_) return;
    while (auto msg = in_.rxMsgPipe->rxMsg()) {
+      if (wildcardMsg(*msg)) {
+         handleRxWildcardMsg(msg);
+         continue;
+      }
       // The relay named the FEC session in the notifier just before it sent
       // the message.
       LdpFecSessionId id = in_.ldpFecSessionRxNotifier->ldpFecSessionId();
       handleRxLabelMsg(id, msg);
    }
+}
+
+void LdpFecSessionRxSm::handleRxWildcardMsg(Vek::Ptr<LdpMsg> const& msg) {
+   if (!initialized_) return;
+   LdpSessionId sid(msg->ldpIdentifier());
+   LdpMsgParser const& p = *msg->parser();
+   LdpMsgType type = p.msgType();
+   if (!p.validMsg() || (type != LdpLabelWithdraw_ && type != LdpLabelRelease_)) {
+      LDP_TRACE(th, 3, "   Wildcard FEC in " << ldpMsgTypeStr(type) << " ignored for " << sid);
+      return;
+   }
+   auto ss = in_.ldpSessionStatusColl->sessionStatus(sid);
+   if (!ss || ss->sessionState() != stateOperational_) return;
+   // With a label, the wildcard speaks of that label wherever it is bound.
+   Nolu::MplsLabel label = p.genLabelTlv() ? p.genLabelTlv()->label() : Nolu::MplsLabel::any();
+   in_.wildcardWork->jobIs(sid, type, label);
+   wildcardTimerTask_->scheduleTaskDelay(0.0);
+   reason_ = type == LdpLabelWithdraw_ ? "Wildcard Label Withdraw queued"
+                                       : "Wildcard Label Release queued";
+   LDP_TRACE(th, 5, "   " << reason_ << " for " << sid << " label " << label);
+}
+
+void LdpFecSessionRxSm::handleWildcardTimerTask() {
+   if (!initialized_) return;
+   if (in_.wildcardWork->walk(in_, wildcardTimerTask_.ptr()))
+      wildcardTimerTask_->scheduleTaskDelay(0.0);
 }
 
 void LdpFecSessionRxSm::handleRxLabelMsg(LdpFecSessionId const& id, Vek::Ptr<LdpMsg> const& msg) {
@@ -52,6 +95,10 @@ void LdpFecSessionRxSm::handleRxLabelMsg(LdpFecSessionId const& id, Vek::Ptr<Ldp
       LDP_TRACE(th, 5, "   No FEC session for " << id);
       return;
    }
+   // The peer's wildcards that came before this message act on the FEC
+   // session first.
+   in_.wildcardWork->settle(in_, id);
+   if (!in_.ldpFecSessionStatusColl->fecSessionStatusHas(id)) return;
    LdpMsgType type = parser->msgType();
    if ((type == LdpLabelMapping_ || type == LdpLabelRequest_ || type == LdpLabelAbortReq_) &&
        parser->ldpFecTlvParser() && parser->ldpFecTlvParser()->hasWildcard()) {
@@ -200,9 +247,20 @@ void LdpFecSessionRxSm::handleRxMappingMsg(LdpFecSessionId const& id, LdpMsgPars
          for (auto const& l : displaced) s->peerLabelStateIs(l, withdrawRcvd_);
       }
       s->peerLabelStateIs(label, mappingRcvd_);
-      if (auto const* rq = p.labelReqMsgIdTlv()) {
-         s->localLabelRequestMsgIdAckedIs(rq->msgId());
-         LDP_TRACE(th, 7, "   Acked Msg Id: " << rq->msgId());
+      // The peer's mapping for the FEC answers our request for it, whether
+      // it names the request or not (the Label Request Message ID is
+      // optional, and a peer may name another); the id we sent stays on
+      // record. An id we never sent names nothing to acknowledge, nor to
+      // abort.
+      U32 ours = s->localLabelRequestMsgId();
+      auto const* rq = p.labelReqMsgIdTlv();
+      if (rq && rq->msgId() != ours)
+         LDP_TRACE(th, 5, "   Mapping names request " << rq->msgId() << ", ours is " << ours
+                                                      << ", for " << id);
+      if (ours != 0 && s->localLabelRequestMsgIdAcked() != ours) {
+         s->localLabelRequestMsgIdAckedIs(ours);
+         s->msgIdReqMsgDelAll();
+         LDP_TRACE(th, 7, "   Acked Msg Id: " << ours);
       }
       nexthop = s->isNexthopLsr();
    }
@@ -247,44 +305,21 @@ void LdpFecSessionRxSm::handleRxRequestMsg(LdpFecSessionId const& id, LdpMsgPars
 
 void LdpFecSessionRxSm::handleRxWithdrawMsg(LdpFecSessionId const& id, LdpMsgParser const& p) {
    auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
-   if (auto const* lt = p.genLabelTlv()) {
-      LDP_TRACE(th, 7, "   Withdraw label: " << lt->label() << " for " << id);
-      s->peerLabelStateIs(lt->label(), withdrawRcvd_);
-   } else {
+   Nolu::MplsLabel label = p.genLabelTlv() ? p.genLabelTlv()->label() : Nolu::MplsLabel::any();
+   if (label != Nolu::MplsLabel::any())
+      LDP_TRACE(th, 7, "   Withdraw label: " << label << " for " << id);
+   else
       LDP_TRACE(th, 7, "   Withdraw all labels. " << id);
-      if (s->peerLabelStateSize() > 0) {
-         std::vector<Nolu::MplsLabel> all;
-         for (auto it = s->peerLabelStateIter(); it; ++it) all.push_back(it.key());
-         for (auto const& l : all) s->peerLabelStateIs(l, withdrawRcvd_);
-      } else {
-         // Still answered by a Release.
-         s->peerLabelStateIs(Nolu::MplsLabel::any(), withdrawRcvd_);
-      }
-   }
+   peerLabelWithdrawn(s, label, false);
    ldpMsgRxInc(s, LdpLabelWithdraw_);
    reason_ = "Label Withdraw applied";
 }
 
 void LdpFecSessionRxSm::handleRxReleaseMsg(LdpFecSessionId const& id, LdpMsgParser const& p) {
    auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
-   if (auto const* lt = p.genLabelTlv()) {
-      Nolu::MplsLabel label = lt->label();
-      LDP_TRACE(th, 7, "   Release label: " << label << " for " << id);
-      LdpLocalLabelState st = s->localLabelState(label);
-      if (st == withdrawSent_) {
-         s->localLabelStateDel(label);
-      } else if (st == mappingSent_) {
-         // The peer gives back a label that is still advertised: it wants
-         // none from us until it asks.
-         s->localLabelActivelyReleasedIs(true);
-         s->localLabelStateDelAll();
-      } else {
-         LDP_TRACE(th, 5, "   Release of a label not advertised: " << label);
-      }
-   } else {
-      if (localBit(s.get(), LocalBit::localMappingSent)) s->localLabelActivelyReleasedIs(true);
-      s->localLabelStateDelAll();
-   }
+   Nolu::MplsLabel label = p.genLabelTlv() ? p.genLabelTlv()->label() : Nolu::MplsLabel::any();
+   LDP_TRACE(th, 7, "   Release label: " << label << " for " << id);
+   localLabelReleased(in_, id, s, label);
    ldpMsgRxInc(s, LdpLabelRelease_);
    reason_ = "Label Release applied";
 }
@@ -314,9 +349,17 @@ void LdpFecSessionRxSm::handleRxNotificationMsg(LdpFecSessionId const& id, LdpMs
    auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(id);
    ldpMsgRxInc(s, LdpNotification_);
    if (st->msgType() != LdpLabelRequest_) return;
+   // Only the request on record is answered: one that was answered already,
+   // or aborted, is over.
+   if (!s->msgIdReqMsgHas(st->msgId())) {
+      LDP_TRACE(th, 5, "   Notification about request " << st->msgId() << ", not on record, for "
+                                                        << id);
+      return;
+   }
    switch (LdpStatusCode(st->statusData())) {
    case statusNoLabelResources_:
       s->peerNoLabelResourceCountIs(s->peerNoLabelResourceCount() + 1);
+      s->msgIdReqMsgDelAll();
       s->localLabelRequestMsgIdAckedIs(s->localLabelRequestMsgId());
       reason_ = "No Label Resources";
       break;
@@ -339,6 +382,7 @@ void LdpFecSessionRxSm::handleSessionStatus(LdpSessionId const& id) {
    LDP_TRACE(th, 8, "Session: " << id);
    auto ss = in_.ldpSessionStatusColl->sessionStatus(id);
    if (ss && ss->sessionState() != stateClosed_) return;
+   in_.wildcardWork->sessionDel(id);
    for (auto const& fsid : fecSessionsOfSession(in_, id)) {
       auto s = in_.ldpFecSessionStatusColl->fecSessionStatus(fsid);
       if (!s) continue;

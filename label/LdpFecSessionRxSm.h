@@ -1,7 +1,9 @@
 #pragma once
 // The receive side of every FEC session: each label message that a peer sent
 // about a FEC is checked, applied to the FEC session's status, and the worker
-// that acts next is woken. The only messages sent from here are Notifications.
+// that acts next is woken. A peer's wildcard Withdraw or Release reaches every
+// FEC session of its session through a walk in slices. The only messages sent
+// from here are Notifications.
 #include "label/LdpFecSessionWorker.h"
 
 namespace Ldp {
@@ -20,7 +22,10 @@ class LdpFecSessionRxSm : public LdpSm {
    void handleReadableCount() { handleMsgPipeReadable(); }
    void handleMsgPipeReadable();
    void handleRxLabelMsg(LdpFecSessionId const& id, Vek::Ptr<LdpMsg> const& msg);
+   // A Withdraw or Release of the Wildcard FEC, handed on by the session.
+   void handleRxWildcardMsg(Vek::Ptr<LdpMsg> const& msg);
    void handleSessionStatus(LdpSessionId const& id);
+   void handleWildcardTimerTask();
 
    std::string const& reason() const { return reason_; }
 
@@ -41,6 +46,7 @@ class LdpFecSessionRxSm : public LdpSm {
 
    Inputs in_;
    std::string reason_;
+   Vek::Ptr<Hesk::TimerTask> wildcardTimerTask_;
    Vek::Input<LdpMsgPipe::Reactor<LdpFecSessionRxSm>> rxPipeReactor_;
    Vek::Input<SessionStatusCollWatch<LdpFecSessionRxSm>> sessionReactor_;
 };

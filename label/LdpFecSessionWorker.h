@@ -2,6 +2,9 @@
 // What the VRF's four FEC-session workers share: their inputs, the bits of
 // the two session-state words, and the few steps that all of them take
 // (sending on a session's pipe, building a Notification, reading a session).
+#include <deque>
+#include <memory>
+
 #include "entities/LdpConfig.h"
 #include "entities/LdpLabel.h"
 #include "entities/LdpMsgPipe.h"
@@ -13,13 +16,49 @@
 
 namespace Ldp {
 
+struct LdpFecSessionWorkerInputs;
+
+// The peers' wildcard Withdraws and Releases, each acted on every FEC session
+// of its session: a walk of the FECs (one walk per wildcard, in slices), one
+// wildcard after another in the order they came. A FEC session that a worker
+// is about to look at (a later message of the peer about it, or a label to
+// send it) is served first, ahead of the walk, so that what came after a
+// wildcard is never undone by it; the walk then passes it by.
+class LdpFecWildcardWork : public Vek::PtrInterface {
+ public:
+   void jobIs(LdpSessionId const& id, LdpMsgType type, Nolu::MplsLabel label);
+   bool empty() const { return jobs_.empty(); }
+   std::size_t jobs() const { return jobs_.size(); }
+   // Serves the FEC session with every wildcard of its session that has not
+   // reached it yet.
+   void settle(LdpFecSessionWorkerInputs const& in, LdpFecSessionId const& id);
+   // One slice of the walk; true while work is left.
+   bool walk(LdpFecSessionWorkerInputs const& in, Hesk::TimerTask* task);
+   // A session that ended takes its wildcards with it.
+   void sessionDel(LdpSessionId const& id);
+
+ private:
+   struct Job {
+      LdpSessionId sessionId;
+      LdpMsgType type = LdpMsgTypeNone_;
+      Nolu::MplsLabel label;
+      Vek::Bookmark<Mpls::FwdEqvClass> bookmark;
+      // FECs served ahead of the walk.
+      Vek::HashMap<Mpls::FwdEqvClass, bool> settled;
+      bool gone = false;
+   };
+   void apply(LdpFecSessionWorkerInputs const& in, Job const& job, LdpFecSessionId const& id);
+   std::deque<std::shared_ptr<Job>> jobs_;
+};
+
 struct LdpFecSessionWorkerInputs {
    Vek::Ptr<ProtoConfig const> protoConfig;
    Vek::Ptr<LdpFecConfigColl> ldpFecConfigColl;
    Vek::Ptr<LdpFecStatusColl> ldpFecStatusColl;
    Vek::Ptr<LdpSessionStatusColl const> ldpSessionStatusColl;
    Vek::Ptr<LdpFecSessionStatusColl> ldpFecSessionStatusColl;
-   // The one pipe of the VRF's FEC sessions, read by the receive worker.
+   // The one pipe of the VRF's FEC sessions, read by the receive worker: a
+   // FEC's relay writes its messages there, a session its peer's wildcards.
    Vek::Ptr<LdpMsgPipe> rxMsgPipe;
    Vek::Ptr<LdpFecSessionNotifier const> ldpFecSessionRxNotifier;
    Vek::Ptr<LdpSessionMsgPipeColl const> txSessionMsgPipe;
@@ -31,6 +70,9 @@ struct LdpFecSessionWorkerInputs {
    // The label allocator's status, whose exhaustion turns a peer's request
    // into No Label Resources; absent where nothing allocates labels.
    Vek::Ptr<Hesk::NumAllocatorStatus const> numAllocatorStatus;
+   // The peers' wildcard Withdraws and Releases on their way through the
+   // FEC sessions.
+   Vek::Ptr<LdpFecWildcardWork> wildcardWork;
 };
 
 // Bits of localLabelSessionState.
@@ -78,6 +120,18 @@ bool fecSessionSend(LdpFecSessionWorkerInputs const& in, LdpSessionId const& id,
 // E bit clear.
 Vek::Ptr<Nolu::Pkt> genLdpNotificationMsg(Statistics* statistics, LdpStatusCode statusCode,
                                           LdpMsgType msgType, U32 msgId);
+
+// The peer withdraws a label of a FEC session (any: every label): what it
+// names goes to withdrawRcvd_, to be released. A Withdraw of the FEC itself
+// that finds no label is still answered, with a Release that names none; a
+// wildcard speaks only of labels in force. Returns whether anything changed.
+bool peerLabelWithdrawn(LdpFecSessionStatusColl::FecSessionStatusRef& s, Nolu::MplsLabel label,
+                        bool wildcard);
+// The peer releases a label of ours (any: every label) on a FEC session: a
+// withdrawn label's cycle is complete, and a label still advertised is no
+// longer, nor will be until the peer asks. Returns whether anything changed.
+bool localLabelReleased(LdpFecSessionWorkerInputs const& in, LdpFecSessionId const& id,
+                        LdpFecSessionStatusColl::FecSessionStatusRef& s, Nolu::MplsLabel label);
 
 // Counts a message of a FEC session, received or sent.
 void ldpMsgRxInc(LdpFecSessionStatusColl::FecSessionStatusRef& s, LdpMsgType type);

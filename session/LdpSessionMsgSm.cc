@@ -16,6 +16,7 @@ LdpSessionMsgSm::LdpSessionMsgSm(
    Vek::Ptr<PwFecSessionConfigColl> const& remotePwFecSessionConfigColl,
    Vek::Ptr<LdpFecConfigColl> const& ldpFecConfigColl,
    Vek::Ptr<LdpFecMsgPipeColl const> const& ldpFecMsgPipeColl,
+   Vek::Ptr<LdpMsgPipe> const& ldpFecSessionMsgPipe,
    Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
    Vek::Ptr<Hesk::TaskScheduler> const& scheduler)
    : LdpSessionSmCommon(instId, id, protoConfig, sessionConfig, sessionCommonConfig, sessionStatus,
@@ -23,6 +24,7 @@ LdpSessionMsgSm::LdpSessionMsgSm(
      localPwFecSessionConfigColl_(localPwFecSessionConfigColl),
      remotePwFecSessionConfigColl_(remotePwFecSessionConfigColl),
      ldpFecConfigColl_(ldpFecConfigColl), ldpFecMsgPipeColl_(ldpFecMsgPipeColl),
+     ldpFecSessionMsgPipe_(ldpFecSessionMsgPipe),
      pwFecSessionMsgPipeColl_(pwFecSessionMsgPipeColl), scheduler_(Vek::validPtr(scheduler)) {
    sessionStatusReactor_.init(this, Vek::Ptr<LdpSessionStatus const>(sessionStatus));
    sessionCommonConfigReactor_.init(this, sessionCommonConfig);
@@ -348,14 +350,16 @@ void LdpSessionMsgSm::handleRxLdpLabelMsg(PktPtr const& pkt, U32 offset, LdpMsgT
       switch (fec->fecElementType(i)) {
       case prefixElement_:
       case hostAddrElement_: handleRxFec(parser, i, type, fec->fwdEqvCls(i)); break;
-      case wildcardElement_: {
+      case wildcardElement_:
+         // Every FEC of the session: the FEC sessions walk them, once, and
+         // only a Withdraw or a Release may speak of them all.
+         if (type != LdpLabelWithdraw_ && type != LdpLabelRelease_) {
+            LDP_TRACE(th, 3, "   Wildcard FEC in " << ldpMsgTypeStr(type) << " ignored");
+            break;
+         }
          LDP_TRACE(th, 7, "   Processing wildcard FEC");
-         if (!ldpFecMsgPipeColl_) break;
-         auto msg = rxLdpMsg(parser, i);
-         for (auto it = ldpFecMsgPipeColl_->msgPipe().begin(); it; ++it)
-            if (it.value()) it.value()->txMsgIs(msg);
+         if (ldpFecSessionMsgPipe_) ldpFecSessionMsgPipe_->txMsgIs(rxLdpMsg(parser, i));
          break;
-      }
       case pwIdElement_:
          LDP_TRACE(th, 7,
                    "   Processing Pseudowire FEC: " << fec->pwFwdEqvCls(i).fwdEqvClass().pwId());

@@ -1,7 +1,8 @@
 #pragma once
 // The operational receive side of a session: runs the KeepAlive hold timer,
 // keeps the peer's address table, and hands every label message to the
-// message pipe of the FEC or pseudowire FEC session that it concerns.
+// message pipe of the FEC or pseudowire FEC session that it concerns; a
+// Withdraw or Release of the Wildcard FEC goes once to the FEC sessions' pipe.
 #include "entities/LdpLabel.h"
 #include "entities/LdpMsgPipe.h"
 #include "entities/LdpPw.h"
@@ -21,12 +22,14 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
       Vek::Ptr<PwFecSessionConfigColl> const& remotePwFecSessionConfigColl,
       Vek::Ptr<LdpFecConfigColl> const& ldpFecConfigColl,
       Vek::Ptr<LdpFecMsgPipeColl const> const& ldpFecMsgPipeColl,
+      Vek::Ptr<LdpMsgPipe> const& ldpFecSessionMsgPipe,
       Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
       Vek::Ptr<Hesk::TaskScheduler> const& scheduler) {
       return Vek::makeSm<LdpSessionMsgSm>(
          instId, id, protoConfig, sessionConfig, sessionCommonConfig, sessionStatus, status,
          sessionStatistics, localPwFecSessionConfigColl, remotePwFecSessionConfigColl,
-         ldpFecConfigColl, ldpFecMsgPipeColl, pwFecSessionMsgPipeColl, scheduler);
+         ldpFecConfigColl, ldpFecMsgPipeColl, ldpFecSessionMsgPipe, pwFecSessionMsgPipeColl,
+         scheduler);
    }
    LdpSessionMsgSm(U32 instId, LdpSessionId const& id,
                    Vek::Ptr<ProtoConfig const> const& protoConfig,
@@ -38,6 +41,7 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
                    Vek::Ptr<PwFecSessionConfigColl> const& remotePwFecSessionConfigColl,
                    Vek::Ptr<LdpFecConfigColl> const& ldpFecConfigColl,
                    Vek::Ptr<LdpFecMsgPipeColl const> const& ldpFecMsgPipeColl,
+                   Vek::Ptr<LdpMsgPipe> const& ldpFecSessionMsgPipe,
                    Vek::Ptr<PwFecSessionMsgPipeColl const> const& pwFecSessionMsgPipeColl,
                    Vek::Ptr<Hesk::TaskScheduler> const& scheduler);
 
@@ -125,6 +129,7 @@ class LdpSessionMsgSm : public LdpSessionSmCommon {
    Vek::Ptr<PwFecSessionConfigColl> remotePwFecSessionConfigColl_;
    Vek::Ptr<LdpFecConfigColl> ldpFecConfigColl_;
    Vek::Ptr<LdpFecMsgPipeColl const> ldpFecMsgPipeColl_;
+   Vek::Ptr<LdpMsgPipe> ldpFecSessionMsgPipe_;
    Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl_;
    Vek::Ptr<Hesk::TaskScheduler> scheduler_;
    Vek::Ptr<Nolu::Pam> ldpPduRxPam_;

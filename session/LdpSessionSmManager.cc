@@ -98,7 +98,8 @@ void LdpSessionSmManager::handleLdpSessionCreate(LdpSessionId const& id) {
    auto msgSm = LdpSessionMsgSm::LdpSessionMsgSmIs(
       inst, id, in_.protoConfig, sessionConfig, commonConfig, sessionStatus, in_.status,
       statistics, in_.localPwFecSessionConfigColl, in_.remotePwFecSessionConfigColl,
-      in_.ldpFecConfigColl, in_.ldpFecMsgPipeColl, in_.pwFecSessionMsgPipeColl, in_.scheduler);
+      in_.ldpFecConfigColl, in_.ldpFecMsgPipeColl, in_.ldpFecSessionMsgPipe,
+      in_.pwFecSessionMsgPipeColl, in_.scheduler);
    sms->sessionMsgSm.is(id, msgSm);
    auto txSm = LdpSessionTxSm::LdpSessionTxSmIs(inst, id, in_.protoConfig, sessionConfig,
                                                 commonConfig, sessionStatus, in_.status,

@@ -65,6 +65,9 @@ struct LdpSessionSmManagerInputs {
    Vek::Ptr<PwFecSessionConfigColl> remotePwFecSessionConfigColl;
    Vek::Ptr<LdpFecConfigColl> ldpFecConfigColl;
    Vek::Ptr<LdpFecMsgPipeColl const> ldpFecMsgPipeColl;
+   // The one pipe of the FEC sessions, for the peers' wildcard Withdraws and
+   // Releases, which speak of every FEC at once.
+   Vek::Ptr<LdpMsgPipe> ldpFecSessionMsgPipe;
    Vek::Ptr<PwFecSessionMsgPipeColl const> pwFecSessionMsgPipeColl;
    // The pipes of the multicast label machines, made per session when given.
    Vek::Ptr<LdpP2mpFecSessionLocalLabelMsgPipeColl> p2mpFecSessionLocalLabelMsgPipeColl;

@@ -63,6 +63,9 @@ inline Buf pwElement(U16 pwType, U32 groupId, U32 pwId) {
    return b;
 }
 
+// The Wildcard FEC element: every FEC, in a Withdraw or a Release.
+inline Buf wildcardElement() { return Buf{1}; }
+
 inline Buf fecTlv(std::vector<Buf> const& elements) {
    Buf v;
    for (auto const& e : elements) append(v, e);
@@ -75,6 +78,12 @@ inline Buf labelTlv(U32 label) {
    return tlv(0x0200, v);
 }
 
+inline Buf labelReqMsgIdTlv(U32 id) {
+   Buf v;
+   put32(v, id);
+   return tlv(0x0600, v);
+}
+
 inline Buf statusTlv(U32 code, bool eBit, U32 refId, U16 refType) {
    Buf v;
    put32(v, (eBit ? 0x80000000u : 0) | (code & 0x3FFFFFFFu));
@@ -83,11 +92,13 @@ inline Buf statusTlv(U32 code, bool eBit, U32 refId, U16 refType) {
    return tlv(0x0300, v);
 }
 
-inline Buf commonSessionTlv(U16 keepAlive, U16 maxPdu, Ldp::LdpIdentifier const& receiver) {
+// onDemand sets the A bit: downstream on demand proposed.
+inline Buf commonSessionTlv(U16 keepAlive, U16 maxPdu, Ldp::LdpIdentifier const& receiver,
+                            bool onDemand = false) {
    Buf v;
    put16(v, 1);
    put16(v, keepAlive);
-   put8(v, 0);
+   put8(v, onDemand ? 0x80 : 0);
    put8(v, 0);
    put16(v, maxPdu);
    put32(v, receiver.lsrId());
@@ -104,8 +115,9 @@ inline Buf addrListTlv(std::vector<Nolu::IpAddr> const& addrs) {
 
 // The messages that tests use most.
 inline Buf initMsg(U32 id, Ldp::LdpIdentifier const& receiver, U16 keepAlive = 30,
-                   U16 maxPdu = 4096) {
-   return msg(Ldp::LdpInitialization_, id, commonSessionTlv(keepAlive, maxPdu, receiver));
+                   U16 maxPdu = 4096, bool onDemand = false) {
+   return msg(Ldp::LdpInitialization_, id,
+              commonSessionTlv(keepAlive, maxPdu, receiver, onDemand));
 }
 inline Buf keepAliveMsg(U32 id) { return msg(Ldp::LdpKeepAlive_, id); }
 inline Buf addressMsg(U32 id, std::vector<Nolu::IpAddr> const& addrs) {
@@ -114,9 +126,12 @@ inline Buf addressMsg(U32 id, std::vector<Nolu::IpAddr> const& addrs) {
 inline Buf notificationMsg(U32 id, U32 code, bool eBit, U32 refId = 0, U16 refType = 0) {
    return msg(Ldp::LdpNotification_, id, statusTlv(code, eBit, refId, refType));
 }
-inline Buf labelMsg(U16 type, U32 id, std::vector<Buf> const& elements, U32 label = 0) {
+// Optional TLVs (extra) follow the label.
+inline Buf labelMsg(U16 type, U32 id, std::vector<Buf> const& elements, U32 label = 0,
+                    Buf const& extra = {}) {
    Buf t = fecTlv(elements);
    if (label) append(t, labelTlv(label));
+   append(t, extra);
    return msg(type, id, t);
 }
 
