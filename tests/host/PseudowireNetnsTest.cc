@@ -108,7 +108,10 @@ void frrCase(std::string const& ourLo) {
    EXPECT_TRUE(waitFor(
       [&] {
          Json pw = ourPw(a, "mpw0");
-         return pw["mtuMismatch"].b && pw["statusText"].str() == "MTU mismatch" &&
+         return pw["mtuMismatch"].b &&
+                pw["reason"].str().find("MTU mismatch: ours 9000, the peer's 1500") !=
+                   std::string::npos &&
+                pw["statusText"].str() != "MTU mismatch" &&
                 pw["remoteMtu"].n == 1500 &&
                 frrBinding()["lastFailureReason"].str().find("mtu") != std::string::npos &&
                 frrBinding()["remoteIfMtu"].n == 9000;
