@@ -69,8 +69,12 @@ char const* pwStatusName(int status) {
 constexpr U32 kLocalRequestOutstanding = 1, kLocalMapped = 8;
 
 // Where our label of one FEC session stands.
-void localFecState(Ldp::LocalPwFecSessionStatus const& ls, PwFecSessionView& v) {
+void localFecState(Ldp::LocalPwFecSessionStatus const& ls, Ldp::PwFecSessionConfig const* c,
+                   PwFecSessionView& v) {
    U32 bits = U32(ls.labelSessionState());
+   // A fault told by withdrawing keeps the label from the peer on purpose.
+   bool faultWithdrawn = c && c->pwStatusMethod() == Ldp::pwStatusMethodWithdraw_ &&
+                         c->pwStatusFlags() != Pseudowire::pwStatusForwarding_;
    if (!ls.labelWithdrawOutstanding().isNull()) {
       v.state = "withdrawn, release awaited";
       if (ls.labelWithdrawOutstanding().isValid()) v.label = ls.labelWithdrawOutstanding().value();
@@ -79,6 +83,11 @@ void localFecState(Ldp::LocalPwFecSessionStatus const& ls, PwFecSessionView& v) 
       v.state = bits & kLocalMapped              ? "advertised"
                 : bits & kLocalRequestOutstanding ? "requested"
                                                   : "released by the peer";
+   } else if (c && c->label().isValid() && !faultWithdrawn &&
+              ls.ldpMsgRx(Ldp::LdpLabelRelease_) != 0) {
+      // A label to give and nothing in the way, yet none out after a
+      // Release: the peer took it back unasked, and we wait for its request.
+      v.state = "released by the peer";
    } else {
       v.state = "not advertised";
    }
@@ -178,7 +187,7 @@ PwView pwView(Ldp::Agent const& agent, PseudowireConfig const& pw) {
          PwFecSessionView f = fecView(it.key(), it.value().ptr());
          f.local = true;
          if (auto ls = info->localStatus(it.key())) {
-            localFecState(*ls, f);
+            localFecState(*ls, it.value().ptr(), f);
             countMessages(*ls, f);
          }
          if (localId && it.key() == *localId) localIdx = v.fecSessions.size();
@@ -240,7 +249,8 @@ PwView pwView(Ldp::Agent const& agent, PseudowireConfig const& pw) {
                why.push_back("our Withdraw of label" + label(mine->label) +
                              " awaits the peer's Release");
             else if (mine && mine->state == "released by the peer")
-               why.push_back("the peer released our label" + label(mine->label));
+               why.push_back("the peer released our label" + label(mine->label) +
+                             " and asked for none since");
             else if (pw.shutdown)
                why.push_back("admin down here: our label is withdrawn while it lasts");
             else

@@ -250,13 +250,21 @@ TEST_F(PwFake, OperatorViewShowsWhatThePeerAdvertisesAndWhy) {
    EXPECT_EQ(1u, v.messagesTx[LdpLabelWithdraw_]);
    EXPECT_EQ(1u, v.messagesRx[LdpLabelRelease_]);
    EXPECT_EQ(2u, v.messagesTx[LdpLabelMapping_]);
+   // A Release that no Withdraw asked for takes the mapping back until the
+   // peer asks again.
+   fake.send({pwLabelMsg(LdpLabelRelease_, 407, pwElement(7), 5001)});
+   ASSERT_TRUE(until(Pseudowire::connectorNoLocalMapping));
+   EXPECT_EQ("released by the peer", view().localLabelState);
+   EXPECT_EQ("the peer released our label and asked for none since", view().reason);
+   fake.send({pwLabelMsg(LdpLabelRequest_, 408, pwElement(7), 0)});
+   ASSERT_TRUE(until(Pseudowire::connectorUp));
 
    // Shut down in withdraw mode: the label goes, and that reads as admin down.
    pw.shutdown = true;
    pw.pwStatusTlv = false;
    pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5001, .statusTlv = false, .up = false});
    ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 2));
-   fake.send({pwLabelMsg(LdpLabelRelease_, 407, pwElement(7), 5001)});
+   fake.send({pwLabelMsg(LdpLabelRelease_, 409, pwElement(7), 5001)});
    ASSERT_TRUE(s.runUntil([&] { return view().localLabelState == "not advertised"; }, 3.0));
    v = view();
    EXPECT_EQ(Pseudowire::connectorNoLocalMapping, v.status);
