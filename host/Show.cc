@@ -13,6 +13,7 @@
 
 #include "entities/Functions.h"
 #include "host/Json.h"
+#include "host/PwView.h"
 
 namespace Host {
 
@@ -505,63 +506,20 @@ Node statistics(ShowContext const& ctx, std::string const& only) {
    return top;
 }
 
-char const* pwTypeName(Pseudowire::PseudowireType t) {
-   switch (t) {
-      case Pseudowire::pwTypeEthernet_:
-         return "ethernet";
-      case Pseudowire::pwTypeEthernetTagged_:
-         return "ethernet-vlan";
-      case Pseudowire::pwTypeNone_:
-         return "";
-      default:
-         return "other";
+// A pseudowire's message counts by type, every type a pseudowire uses.
+Node pwMsgCounts(std::map<Ldp::LdpMsgType, U64> const& counts) {
+   Node n = Node::object();
+   for (auto t : pwMsgTypes()) {
+      auto it = counts.find(t);
+      n.set(Ldp::ldpMsgTypeStr(t), U64(it == counts.end() ? 0 : it->second));
    }
+   return n;
 }
 
-// The response status in words; "not signalled" without one (LDP not
-// running, or no session to the neighbour yet).
-char const* pwStatusName(int status) {
-   switch (status) {
-      case Pseudowire::connectorNoLocalMapping:
-         return "no local mapping";
-      case Pseudowire::connectorNoRemote:
-         return "no remote";
-      case Pseudowire::connectorNoPeerLabel:
-         return "no peer label";
-      case Pseudowire::connectorPwTypeMismatch:
-         return "PW type mismatch";
-      case Pseudowire::connectorControlWordMismatch:
-         return "control word mismatch";
-      case Pseudowire::connectorRemoteNotForwarding:
-         return "remote not forwarding";
-      case Pseudowire::connectorUp:
-         return "up";
-      default:
-         return "not signalled";
-   }
-}
-
-// The PW Status bits by name.
-std::string pwFlagsText(U32 flags) {
-   static char const* const names[] = {"not-forwarding", "ac-rx-fault", "ac-tx-fault",
-                                       "psn-rx-fault", "psn-tx-fault"};
-   if (!flags) return "forwarding";
-   std::string out;
-   for (unsigned i = 0; i < 5; ++i)
-      if (flags & (1u << i)) out += (out.empty() ? "" : ",") + std::string(names[i]);
-   if (flags >> 5) {
-      char buf[16];
-      std::snprintf(buf, sizeof buf, "0x%x", flags >> 5 << 5);
-      out += (out.empty() ? "" : ",") + std::string(buf);
-   }
-   return out;
-}
-
-// The pseudowires of the configuration with what LDP made of them: our side
-// from the configuration and the local FEC session, the peer's from the
-// response.
+// The pseudowires of the configuration with what LDP made of them (see
+// pwView): our side, the peer's FEC for the same pw-id, the status, its
+// reason, and each FEC session's label handshake.
 Node pseudowires(ShowContext const& ctx, std::string const& only, std::string* error) {
-   auto const* a = ctx.agent;
    Node top = Node::object();
    Node& list = top.set("pseudowires", Node::array());
    if (!ctx.config) return top;
@@ -570,11 +528,9 @@ Node pseudowires(ShowContext const& ctx, std::string const& only, std::string* e
       *error = "no pseudowire " + only;
       return top;
    }
-   Ldp::Status const* st = a->ldpStatusColl()->status(L3::defaultVrfName()).ptr();
    for (auto const& [name, pw] : pws) {
       if (!only.empty() && name != only) continue;
-      Pseudowire::PseudowireLdpRequestKey key(Nolu::IpGenAddr(pw.neighbor),
-                                              Pseudowire::PseudowireId(pw.pwId));
+      PwView v = pwView(*ctx.agent, pw);
       Node& n = list.add(Node::object());
       n.set("name", name);
       n.set("neighbor", pw.neighbor.stringValue());
@@ -586,51 +542,44 @@ Node pseudowires(ShowContext const& ctx, std::string const& only, std::string* e
       n.set("localMtu", U32(pw.mtu));
       n.set("controlWord", pw.controlWord);
       n.set("pwStatusTlv", pw.pwStatusTlv);
-      // What this side signals: the flags and the method settled with the peer.
-      U32 localFlags = 0;
-      char const* method = "unknown";
-      bool mapped = false;
-      if (st) {
-         if (auto ps = st->pwStatusColl()->status(key))
-            method = ps->pwStatusMethod() == Ldp::pwStatusMethodTlv_        ? "status-tlv"
-                     : ps->pwStatusMethod() == Ldp::pwStatusMethodWithdraw_ ? "withdraw"
-                                                                            : "unknown";
-         if (auto info = st->index()->pwKeyToPwFecSessionInfo(key)) {
-            for (auto it = info->localConfigIter(); it; ++it) {
-               if (!it.value() || !it.value()->memberHas(Ldp::pwMemberConfig_)) continue;
-               localFlags = it.value()->pwStatusFlags();
-               if (auto ls = info->localStatus(it.key())) mapped = ls->mappingActive();
-               break;
-            }
-         }
+      n.set("sessionState", v.sessionState ? sessionStateName(*v.sessionState) : "none");
+      n.set("localMapped", v.localMapped);
+      n.set("localLabelState", v.localLabelState);
+      n.set("statusMethod", v.statusMethod == Ldp::pwStatusMethodTlv_        ? "status-tlv"
+                            : v.statusMethod == Ldp::pwStatusMethodWithdraw_ ? "withdraw"
+                                                                             : "unknown");
+      n.set("localStatusFlags", v.localStatusFlags);
+      n.set("localStatusFlagsText", pwFlagsText(v.localStatusFlags));
+      // What the peer advertised for this pw-id, whether or not it matches.
+      auto const* r = v.remote ? &*v.remote : nullptr;
+      n.set("remotePwId", r ? Node::num(pw.pwId) : Node());
+      n.set("remoteLabel", r && r->label ? Node::num(*r->label) : Node());
+      n.set("remoteMtu", r && r->mtu ? Node::num(r->mtu) : Node());
+      n.set("remotePwType", r ? Node::str(pwTypeName(r->pwType)) : Node());
+      n.set("remoteControlWord", r ? Node::boolean(r->controlWord) : Node());
+      n.set("remoteGroupId", r ? Node::num(r->groupId) : Node());
+      n.set("remoteStatusFlags", r ? Node::num(v.remoteStatusFlags) : Node());
+      n.set("remoteStatusFlagsText", r ? Node::str(pwFlagsText(v.remoteStatusFlags)) : Node());
+      n.set("remoteLabelState", r ? r->state : std::string("none"));
+      n.set("status", v.status ? Node::num(*v.status) : Node());
+      n.set("statusText", v.statusText);
+      n.set("reason", v.reason);
+      n.set("mtuMismatch", v.mtuMismatch);
+      n.set("messagesRx", pwMsgCounts(v.messagesRx));
+      n.set("messagesTx", pwMsgCounts(v.messagesTx));
+      Node& fs = n.set("fecSessions", Node::array());
+      for (auto const& f : v.fecSessions) {
+         Node& x = fs.add(Node::object());
+         x.set("side", f.local ? "local" : "remote");
+         x.set("pwType", pwTypeName(f.pwType));
+         x.set("controlWord", f.controlWord);
+         x.set("groupId", f.groupId);
+         x.set("mtu", f.mtu ? Node::num(f.mtu) : Node());
+         x.set("label", f.label ? Node::num(*f.label) : Node());
+         x.set("state", f.state);
+         x.set("messagesRx", pwMsgCounts(f.messagesRx));
+         x.set("messagesTx", pwMsgCounts(f.messagesTx));
       }
-      n.set("localMapped", mapped);
-      n.set("statusMethod", method);
-      n.set("localStatusFlags", localFlags);
-      n.set("localStatusFlagsText", pwFlagsText(localFlags));
-      auto r = a->pwLdpStatus()->response(key);
-      int status = r ? int(r->status()) : -1;
-      bool up = status == Pseudowire::connectorUp;
-      n.set("remoteLabel", r && r->peerLabel().isValid() ? Node::num(r->peerLabel().value())
-                                                         : Node());
-      n.set("remoteMtu", r && r->mtu() ? Node::num(r->mtu()) : Node());
-      n.set("remotePwType", r && r->remotePwType() != Pseudowire::pwTypeNone_
-                               ? Node::str(pwTypeName(r->remotePwType()))
-                               : Node());
-      n.set("remoteControlWord", r && r->peerLabel().isValid() ? Node::boolean(r->controlWord())
-                                                               : Node());
-      U32 remoteFlags = r ? U32(r->pwStatusFlags()) : 0;
-      n.set("remoteStatusFlags", remoteFlags);
-      n.set("remoteStatusFlagsText", pwFlagsText(remoteFlags));
-      n.set("status", status < 0 ? Node() : Node::num(status));
-      // LDP brings the pseudowire up with any MTU; a data path takes it only
-      // with equal ones.
-      bool mtuMismatch = r && r->peerLabel().isValid() && r->mtu() && r->mtu() != pw.mtu;
-      n.set("mtuMismatch", mtuMismatch);
-      std::string words = pwStatusName(status);
-      if (up && pw.shutdown) words = "up, admin down here";
-      if (mtuMismatch) words = "MTU mismatch";
-      n.set("statusText", words);
    }
    return top;
 }

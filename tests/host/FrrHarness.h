@@ -38,6 +38,20 @@ class FrrRouter {
       RunResult r = run({"vtysh", "--vty_socket", dir_, "-c", command}, dir_);
       return parseJson(r.out);
    }
+   // Statements in vtysh's configuration mode, one per element, from the top
+   // level (as "l2vpn NAME type vpls", then what goes under it); true when
+   // vtysh took them all.
+   bool configure(std::vector<std::string> const& lines) const {
+      std::vector<std::string> argv{"vtysh", "--vty_socket", dir_, "-c", "configure terminal"};
+      for (auto const& l : lines) {
+         argv.push_back("-c");
+         argv.push_back(l);
+      }
+      argv.push_back("-c");
+      argv.push_back("end");
+      RunResult r = run(argv, dir_);
+      return r.code == 0 && r.out.find('%') == std::string::npos;
+   }
    // The neighbour's state as FRR reports it ("OPERATIONAL", ...), or empty.
    std::string neighborState(std::string const& id) const {
       Json j = show("show mpls ldp neighbor json");

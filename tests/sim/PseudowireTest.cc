@@ -3,6 +3,7 @@
 // matches; each mismatch and fault, status by Notification and by Withdraw,
 // the peer's restart and a change of our label, against a peer played by
 // the test and between two agents.
+#include "host/PwView.h"
 #include "tests/sim/PwFixtures.h"
 
 using namespace LdpTest::Pw;
@@ -280,6 +281,116 @@ TEST_F(PwFake, FecChangeWaitsForTheReleaseOfTheOldMapping) {
    // The old FEC session is given up rather than kept for ever.
    fake.runFor(1.0);
    EXPECT_EQ(1u, b.status()->localPwFecSessionConfigColl()->fecSessionConfigSize());
+   EXPECT_EQ(stateOperational_, state());
+}
+
+// The operator's view of a pseudowire: the peer's FEC for the pw-id shown
+// whether it matches ours or not, flags only while the peer advertises, the
+// reason apart from the status, the withdraw handshakes and the counts.
+TEST_F(PwFake, OperatorViewShowsWhatThePeerAdvertisesAndWhy) {
+   Host::PseudowireConfig pw;
+   pw.neighbor = IpAddr(1, 1, 1, 1);
+   pw.pwId = 7;
+   auto view = [&] { return Host::pwView(*b.agent(), pw); };
+   auto until = [&](int st) {
+      return s.runUntil([&] { return view().status == st; }, 3.0);
+   };
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5000});
+   ASSERT_TRUE(until(Pseudowire::connectorNoRemote));
+   Host::PwView v = view();
+   EXPECT_EQ(stateOperational_, v.sessionState);
+   EXPECT_EQ("advertised", v.localLabelState);
+   EXPECT_FALSE(v.remote);
+   EXPECT_EQ("no remote", v.statusText);
+   EXPECT_EQ("the peer advertised no PW FEC for pw-id 7", v.reason);
+   EXPECT_EQ(1u, v.messagesTx[LdpLabelMapping_]);
+
+   // Not forwarding, then the label withdrawn: no flags left behind.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 400, pwElement(7), 600, 1)});
+   ASSERT_TRUE(until(Pseudowire::connectorRemoteNotForwarding));
+   v = view();
+   ASSERT_TRUE(v.remote);
+   EXPECT_EQ(600u, v.remote->label);
+   EXPECT_EQ(1u, v.remoteStatusFlags);
+   EXPECT_EQ("the peer signals not-forwarding", v.reason);
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 401, pwElement(7), 600)});
+   ASSERT_TRUE(sentCount(LdpLabelRelease_, 1));
+   ASSERT_TRUE(s.runUntil([&] { return !view().remote; }, 3.0));
+   EXPECT_EQ(Pseudowire::connectorNoRemote, view().status);
+
+   // Another PW type with another MTU: both shown, the status names the type.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 402, pwElement(7, 9000, 4), 701, 0)});
+   ASSERT_TRUE(until(Pseudowire::connectorPwTypeMismatch));
+   v = view();
+   ASSERT_TRUE(v.remote);
+   EXPECT_EQ(Pseudowire::pwTypeEthernetTagged_, v.remote->pwType);
+   EXPECT_EQ(701u, v.remote->label);
+   EXPECT_EQ(9000u, v.remote->mtu);
+   EXPECT_EQ("held", v.remote->state);
+   EXPECT_TRUE(v.mtuMismatch);
+   EXPECT_EQ("PW type mismatch", v.statusText);
+   EXPECT_EQ("PW type: ours ethernet, the peer's ethernet-vlan; MTU mismatch: ours 1500, "
+             "the peer's 9000",
+             v.reason);
+   // Another control word.
+   fake.send({pwLabelMsg(LdpLabelWithdraw_, 403, pwElement(7, 9000, 4), 701),
+              pwLabelMsg(LdpLabelMapping_, 404, pwElement(7, 1500, 5, true), 702, 0)});
+   ASSERT_TRUE(until(Pseudowire::connectorControlWordMismatch));
+   ASSERT_TRUE(s.runUntil([&] { return view().fecSessions.size() == 2; }, 3.0));
+   v = view();
+   EXPECT_TRUE(v.remote->controlWord);
+   EXPECT_EQ(702u, v.remote->label);
+   EXPECT_EQ("control word: ours off, the peer's on", v.reason);
+   // The matching FEC beside it is the one shown; up, and nothing to explain.
+   fake.send({pwLabelMsg(LdpLabelMapping_, 405, pwElement(7), 703, 0)});
+   ASSERT_TRUE(until(Pseudowire::connectorUp));
+   v = view();
+   EXPECT_EQ(703u, v.remote->label);
+   EXPECT_FALSE(v.remote->controlWord);
+   EXPECT_EQ("up", v.statusText);
+   EXPECT_EQ("", v.reason);
+   EXPECT_EQ(2u, v.messagesRx[LdpLabelMapping_]);  // 702 and 703, still held
+
+   // Our label changes: the old one's Withdraw waits for the Release.
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5001});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 1));
+   ASSERT_TRUE(until(Pseudowire::connectorNoLocalMapping));
+   v = view();
+   EXPECT_EQ("withdrawn, release awaited", v.localLabelState);
+   EXPECT_EQ("our Withdraw of label 5000 awaits the peer's Release", v.reason);
+   fake.send({pwLabelMsg(LdpLabelRelease_, 406, pwElement(7), 5000)});
+   ASSERT_TRUE(until(Pseudowire::connectorUp));
+   v = view();
+   EXPECT_EQ(1u, v.messagesTx[LdpLabelWithdraw_]);
+   EXPECT_EQ(1u, v.messagesRx[LdpLabelRelease_]);
+   EXPECT_EQ(2u, v.messagesTx[LdpLabelMapping_]);
+   // A Release that no Withdraw asked for takes the mapping back until the
+   // peer asks again.
+   fake.send({pwLabelMsg(LdpLabelRelease_, 407, pwElement(7), 5001)});
+   ASSERT_TRUE(until(Pseudowire::connectorNoLocalMapping));
+   EXPECT_EQ("released by the peer", view().localLabelState);
+   EXPECT_EQ("the peer released our label and asked for none since", view().reason);
+   fake.send({pwLabelMsg(LdpLabelRequest_, 408, pwElement(7), 0)});
+   ASSERT_TRUE(until(Pseudowire::connectorUp));
+
+   // Shut down in withdraw mode: the label goes, and that reads as admin down.
+   pw.shutdown = true;
+   pw.pwStatusTlv = false;
+   pwRequestIs(b, "1.1.1.1", {.pwId = 7, .label = 5001, .statusTlv = false, .up = false});
+   ASSERT_TRUE(sentCount(LdpLabelWithdraw_, 2));
+   fake.send({pwLabelMsg(LdpLabelRelease_, 409, pwElement(7), 5001)});
+   ASSERT_TRUE(s.runUntil([&] { return view().localLabelState == "not advertised"; }, 3.0));
+   v = view();
+   EXPECT_EQ(Pseudowire::connectorNoLocalMapping, v.status);
+   EXPECT_EQ("admin down", v.statusText);
+
+   // A neighbour with no session at all.
+   Host::PseudowireConfig other;
+   other.neighbor = IpAddr(3, 3, 3, 3);
+   other.pwId = 9;
+   v = Host::pwView(*b.agent(), other);
+   EXPECT_FALSE(v.status);
+   EXPECT_EQ("no LDP session to 3.3.3.3", v.statusText);
    EXPECT_EQ(stateOperational_, state());
 }
 
