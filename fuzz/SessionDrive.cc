@@ -147,6 +147,14 @@ class Drive {
       return e;
    }
    U32 id() { return in_.byte() & 0x80 ? nextId_++ : in_.u32(); }
+   // The id of the last Label Request that the agent sent, or 0.
+   U32 lastRequestId() const {
+      auto const& rx = fake_->rxMsgs();
+      for (auto it = rx.rbegin(); it != rx.rend(); ++it)
+         if (it->type == LdpLabelRequest_)
+            return Nolu::readU32(it->pkt->readPtr(it->offset + 4));
+      return 0;
+   }
 
    // One message of the peer, of a kind and with fields that the input picks.
    B::Buf message() {
@@ -160,12 +168,32 @@ class Drive {
       case 2: return B::keepAliveMsg(id());
       case 3:
       case 4: {
+         if (kind & 0x10) {
+            // A VPLS peer's MAC Address Withdraw: an empty address list, the
+            // PWid FEC of the instance and a MAC List TLV, whose length the
+            // input picks.
+            B::Buf empty;
+            B::put16(empty, 1);
+            B::Buf t = B::tlv(0x0101, empty);
+            B::append(t, B::fecTlv({B::pwElement(5, 0, in_.byte() % 4)}));
+            B::append(t, B::tlv(0x0404, in_.bytes(in_.byte() % 13), true));
+            return B::msg((kind & 0x0F) == 3 ? LdpAddress_ : LdpAddressWithdraw_, id(), t);
+         }
          std::vector<IpAddr> a;
          for (U8 i = 0; i < 1 + in_.byte() % 3; ++i) a.push_back(addr());
          return B::msg((kind & 0x0F) == 3 ? LdpAddress_ : LdpAddressWithdraw_, id(),
                        B::addrListTlv(a));
       }
-      case 5: return B::labelMsg(LdpLabelMapping_, id(), fecElements(), 16 + in_.u16());
+      case 5: {
+         if (!(kind & 0x30)) return B::labelMsg(LdpLabelMapping_, id(), fecElements(), 16 + in_.u16());
+         // With a Label Request Message ID: the agent's last request, or any.
+         B::Buf t = B::fecTlv(fecElements());
+         B::append(t, B::labelTlv(16 + in_.u16()));
+         B::Buf req;
+         B::put32(req, kind & 0x20 ? lastRequestId() : in_.u32());
+         B::append(t, B::tlv(0x0600, req));
+         return B::msg(LdpLabelMapping_, id(), t);
+      }
       case 6: return B::labelMsg(LdpLabelRequest_, id(), fecElements());
       case 7:
          return B::labelMsg(LdpLabelWithdraw_, id(), fecElements(),
