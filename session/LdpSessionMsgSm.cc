@@ -292,10 +292,16 @@ PwFecSessionId LdpSessionMsgSm::releasedPwFecSession(PwFecSessionId const& named
    if (auto st = coll->fecSessionStatus(named)) {
       if (st->labelWithdrawOutstanding() == label || st->labelMappingSent() == label) return named;
    }
-   for (auto it = coll->fecSessionStatusIter(); it; ++it) {
+   // The FEC sessions of this pw-id to the peer, from the index: a peer's
+   // Releases cost no walk over every pseudowire.
+   auto const* index = status()->index().ptr();
+   auto info = index ? index->pwKeyToPwFecSessionInfo(Pseudowire::PseudowireLdpRequestKey(
+                          ldpSessionStatus()->peerIpAddr(), named.fec().pwId()))
+                     : nullptr;
+   if (!info) return named;
+   for (auto it = info->localStatusIter(); it; ++it) {
       PwFecSessionId const& id = it.key();
-      if (id.sessionId() != named.sessionId() || id.fec().pwId() != named.fec().pwId() ||
-          id.fec().groupId() != named.fec().groupId())
+      if (id.sessionId() != named.sessionId() || id.fec().groupId() != named.fec().groupId())
          continue;
       if (it.value() && it.value()->labelWithdrawOutstanding() == label) {
          LDP_TRACE(th, 5, "   Release of " << label << " named " << named << ", answers " << id);
