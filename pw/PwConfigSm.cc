@@ -144,8 +144,9 @@ Nolu::MplsLabel PwConfigSm::localLabelToAdvertise(PwFecSessionId const& id) {
    }
    if (labelReleaseWaitOver_) {
       LDP_TRACE(th, 3, " no Release of " << label << " for " << holder << ", withdraw given up");
-      auto hc = in_.localPwFecSessionConfigColl->fecSessionConfig(holder);
-      if (hc && !hc->memberHas(pwMemberConfig_)) in_.localPwFecSessionConfigColl->fecSessionConfigDel(holder);
+      auto& coll = *in_.localPwFecSessionConfigColl;
+      auto hc = coll.fecSessionConfig(holder);
+      if (hc && !hc->memberHas(pwMemberConfig_)) coll.fecSessionConfigDel(holder);
       localStatus_.delAll();
       labelReleaseWaitOver_ = false;
       return label;

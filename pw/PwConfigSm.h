@@ -64,9 +64,9 @@ class PwConfigSm : public LdpSm {
  private:
    void removeLocalConfig();
    void retireLocalConfig(PwFecSessionId const& id);
+   Nolu::MplsLabel localLabelToAdvertise(PwFecSessionId const& id);
    // Another FEC session of this pseudowire on the same session that still
    // holds the label at the peer: mapped, or withdrawn and not yet released.
-   Nolu::MplsLabel localLabelToAdvertise(PwFecSessionId const& id);
    bool labelHeldElsewhere(PwFecSessionId const& id, Nolu::MplsLabel label,
                            PwFecSessionId* holder) const;
 
