@@ -212,6 +212,15 @@ TEST(PseudowireNetns, TwoAgentsUpStatusAndLabelChangeOnTheWire) {
    EXPECT_NE(old, now);
    EXPECT_TRUE(waitFor([&] { return up(b) && ourPw(b, "pw1")["remoteLabel"].n == now; }, 20.0))
       << b.ctl({"show", "mpls", "ldp", "pseudowires"}).out;
+   // The capture writes what it saw a little later, on a loaded machine
+   // later still: the new mapping is in the file before it stops.
+   EXPECT_TRUE(waitFor(
+      [&] {
+         return cap.fields("ip.src==1.1.1.1 && ldp.msg.tlv.fec.pw.pwid == 7",
+                           {"ldp.msg.tlv.generic.label"}, dir.path())
+                   .find(std::to_string(long(now))) != std::string::npos;
+      },
+      15.0));
 
    EXPECT_EQ(0, a.stop(SIGTERM));
    EXPECT_EQ(0, b.stop(SIGTERM));
