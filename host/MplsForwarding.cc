@@ -93,6 +93,12 @@ rtmsg routeHeader(U8 family, U8 dstLen, bool add) {
    r.rtm_protocol = add ? ldpRouteProtocol : RTPROT_UNSPEC;
    r.rtm_scope = add ? RT_SCOPE_UNIVERSE : RT_SCOPE_NOWHERE;
    r.rtm_type = add ? RTN_UNICAST : RTN_UNSPEC;
+   // The kernel takes an MPLS route, to add or to delete, only as a unicast
+   // route of universe scope; it refuses any other with EINVAL.
+   if (family == AF_MPLS) {
+      r.rtm_scope = RT_SCOPE_UNIVERSE;
+      r.rtm_type = RTN_UNICAST;
+   }
    return r;
 }
 

@@ -98,10 +98,11 @@ TEST(Forwarding, NetlinkMessagesMatchTheKernelsLayout) {
    EXPECT_EQ(56, pop[0]);
    EXPECT_EQ(18, pop[38]);  // RTA_VIA straight after RTA_DST
 
-   // Removal names the label alone.
+   // Removal names the label alone, and is a unicast route of universe
+   // scope like the one it removes: the kernel refuses any other.
    std::vector<U8> del = {
       36, 0, 0, 0, 25, 0, 0x05, 0, 8, 0, 0, 0, 0, 0, 0, 0,  // DELROUTE, REQUEST|ACK
-      28, 20, 0, 0, 254, 0, 255, 0, 0, 0, 0, 0,             // scope nowhere
+      28, 20, 0, 0, 254, 0, 0, 1, 0, 0, 0, 0,               // scope universe, unicast
       8, 0, 1, 0, 0x00, 0x06, 0x41, 0x00,
    };
    EXPECT_EQ(del, mplsRouteMsg(false, 8, r));
