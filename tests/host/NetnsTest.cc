@@ -397,8 +397,21 @@ TEST(RealHost, ThreeLsrsPingAcrossTheLabelSwitchedPath) {
       << a2.ctl({"show", "mpls", "ldp", "forwarding"}).out;
    EXPECT_TRUE(waitFor([&] { return routes(a1, "ingressRoutes") == 1; }, 60.0))
       << a1.ctl({"show", "mpls", "ldp", "forwarding"}).out;
-   EXPECT_EQ(0, sh("ip netns exec " + n1.name() + " ping -c 2 -W 2 -I 1.1.1.1 3.3.3.3 >/dev/null"));
-   for (auto* a : {&a1, &a2, &a3}) EXPECT_EQ(0, a->stop(SIGTERM));
+   auto tables = [&] {
+      std::string out;
+      for (auto* n : {&n1, &n2, &n3})
+         for (char const* f : {"inet", "mpls"})
+            out += n->name() + " " + f + ":\n" +
+                   run({"ip", "netns", "exec", n->name(), "ip", "-f", f, "route"}, "/tmp").out;
+      for (auto* n : {&n1, &n2, &n3})
+         out += run({"ip", "netns", "exec", n->name(), "sh", "-c",
+                     "grep -H . /proc/sys/net/mpls/platform_labels /proc/sys/net/mpls/conf/*/input"},
+                    "/tmp").out;
+      return out;
+   };
+   EXPECT_EQ(0, sh("ip netns exec " + n1.name() + " ping -c 2 -W 2 -I 1.1.1.1 3.3.3.3 >/dev/null"))
+      << tables();
+   for (auto* a : {&a1, &a2, &a3}) EXPECT_EQ(0, a->stop(SIGTERM)) << a->log();
    // A clean stop leaves no label route behind.
    RunResult left = run({"ip", "netns", "exec", n2.name(), "ip", "-f", "mpls", "route"}, "/tmp");
    EXPECT_EQ("", left.out);
