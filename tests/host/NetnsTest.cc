@@ -366,6 +366,27 @@ TEST(RealHost, KernelRoutesBecomeFecsWithLabels) {
    for (auto const& [prefix, label] : before) EXPECT_EQ(label, localLabel(a, prefix)) << prefix;
    EXPECT_EQ(2, a.show({"mpls", "ldp"})["numStartups"].n);
 
+   // The route of the FEC with the lowest label goes while the agent is
+   // stopped: the FEC goes, and every other FEC keeps the label it had.
+   auto lowest = std::min_element(before.begin(), before.end(), [](auto const& x, auto const& y) {
+      return (x.second < 16 ? 1e9 : x.second) < (y.second < 16 ? 1e9 : y.second);
+   });
+   ASSERT_EQ(200000, lowest->second);
+   std::string gone = lowest->first;
+   before.erase(lowest);
+   ASSERT_EQ(0, a.ctl({"write"}).code);
+   EXPECT_EQ(0, a.stop());
+   ASSERT_TRUE(ns.ip("route del " + gone));
+   ASSERT_TRUE(a.start()) << a.log();
+   ASSERT_TRUE(waitFor(
+      [&] {
+         Json now = a.show({"mpls", "ldp", "fec"});
+         return vrf(now).a.size() == before.size() && fecNamed(now, gone)["prefix"].str().empty() &&
+                a.show({"mpls", "ldp", "label-allocation"})["phase"].str() == "ready";
+      },
+      15.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   for (auto const& [prefix, label] : before) EXPECT_EQ(label, localLabel(a, prefix)) << prefix;
 }
 
 // The kernel drops the IPv4 routes through a link taken down, and those
