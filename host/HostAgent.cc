@@ -374,7 +374,8 @@ void HostVrfManager::timedRun() {
 namespace {
 
 // Ends the reserve phase of label allocation once the default VRF's root has
-// claimed the labels of the last run (or, without LDP in it, after a while),
+// claimed the labels of the last run from its label block (or, without LDP in
+// it or without a block, after a while),
 // and keeps the label state on disk every half minute.
 class LabelStateKeeper : private Vek::Timed {
  public:
@@ -388,7 +389,10 @@ class LabelStateKeeper : private Vek::Timed {
    void timedRun() override {
       Vek::Seconds now = Vek::System::currentTime();
       auto rs = agent_->ldpRootSm();
-      if (!ended_ && rs && (rs->ldpRoot(L3::defaultVrfName()) || now - start_ > maxHold)) {
+      auto root = rs ? rs->ldpRoot(L3::defaultVrfName()) : nullptr;
+      // The labels are claimed once the root's allocator has its block.
+      bool claimed = root && root->ldpLabelAllocSm() && root->ldpLabelAllocSm()->allocReady();
+      if (!ended_ && rs && (claimed || now - start_ > maxHold)) {
          rs->reservePhaseEnd();
          ended_ = true;
          lastSave_ = now;

@@ -54,8 +54,8 @@ std::string agentUsage();
 
 // What must survive a restart of the process, kept in files of the state
 // directory: the agent's start count, which tells the agent that it was
-// restarted, and - once label allocation keeps labels across a restart - the
-// label state that a restart reads (saveLabelState/loadLabelState).
+// restarted, and the labels it gave out, which a restart claims again
+// (saveLabelState/loadLabelState).
 class StateDir {
  public:
    explicit StateDir(std::string dir) : dir_(std::move(dir)) {}
@@ -64,9 +64,8 @@ class StateDir {
    // The start count of the last run, 0 for a first start.
    U32 numStartups() const;
    bool numStartupsIs(U32 n, std::string* reason) const;
-   // The label state: nothing is kept yet, since the label bindings that a
-   // restart reclaims are not built; this is where they are to be written
-   // at exit and read back before the agent starts.
+   // The labelled FECs of the default VRF: written every half minute and at
+   // exit, read back into the store before the agent starts.
    void saveLabelState(Ombra::Store const& store) const;
    void loadLabelState(Ombra::Store& store) const;
    std::string const& dir() const { return dir_; }

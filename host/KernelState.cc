@@ -64,6 +64,7 @@ void KernelStateWriter::applyLink(LinkInfo const& l) {
       if (it != links_.end()) {
          unpublishAddrs(it->second.intfId);
          links_.erase(it);
+         routesDroppedUnseen_ = true;
       }
       addrs_.erase(l.ifIndex);
       if (t_.kni) t_.kni->intfDel(key);
@@ -77,6 +78,10 @@ void KernelStateWriter::applyLink(LinkInfo const& l) {
    if (renamed && !link.intfId.isEmpty()) unpublishAddrs(link.intfId);
    link.name = l.name;
    link.intfId = id;
+   // A link taken down loses its IPv4 routes, and the kernel tells of none.
+   bool adminUp = l.flags & IFF_UP;
+   if (link.adminUp && !adminUp) routesDroppedUnseen_ = true;
+   link.adminUp = adminUp;
    if (t_.kni) {
       auto k = t_.kni->intfIs(key);
       bool up = (l.flags & IFF_UP) && (l.flags & (IFF_RUNNING | kIffLowerUp));
@@ -96,6 +101,9 @@ void KernelStateWriter::applyLink(LinkInfo const& l) {
 }
 
 void KernelStateWriter::applyAddr(AddrInfo const& a) {
+   // The routes through the address's segment, or from it, go with it
+   // untold.
+   if (a.deleted) routesDroppedUnseen_ = true;
    if (internalAddr(a.addr)) return;
    auto& list = addrs_[a.ifIndex];
    Nolu::IpAddrWithMask am(a.addr, a.prefixLen);
@@ -321,7 +329,13 @@ void KernelWatcher::syncInitial(Vek::Seconds timeout) {
 
 void KernelWatcher::onFdEvent(U32 events) {
    if (failed_) return;
-   bool ok = sock_.readAvailable([this](NetlinkEvent const& ev) { writer_->apply(ev); });
+   bool ok = sock_.readAvailable([this](NetlinkEvent const& ev) {
+      writer_->apply(ev);
+      // Routes went untold: read them all again, and drop those the read
+      // doesn't bring.
+      if (writer_->takeRoutesDroppedUnseen() && sock_.requestRouteDump())
+         writer_->apply(RouteDumpStart{});
+   });
    if (!ok || (events & EPOLLERR)) {
       // The namespace's socket is gone for good; stop watching it.
       failed_ = true;

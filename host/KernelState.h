@@ -45,6 +45,14 @@ class KernelStateWriter {
    KernelStateWriter& operator=(KernelStateWriter const&) = delete;
 
    void apply(NetlinkEvent const& ev);
+   // The kernel dropped routes without a notification since the last call:
+   // a link went down or away, or an address went, taking the routes through
+   // it. Only a read of all routes tells which.
+   bool takeRoutesDroppedUnseen() {
+      bool d = routesDroppedUnseen_;
+      routesDroppedUnseen_ = false;
+      return d;
+   }
    // Takes back everything written, as when the namespace goes away.
    void clear();
 
@@ -58,6 +66,7 @@ class KernelStateWriter {
    struct Link {
       std::string name;
       Nolu::IntfId intfId;
+      bool adminUp = false;
    };
    struct Addr {
       Nolu::IpAddrWithMask addr;
@@ -102,6 +111,7 @@ class KernelStateWriter {
    U32 nextFecId_;
    // Routes written since the present read of all routes began.
    U8 generation_ = 0;
+   bool routesDroppedUnseen_ = false;
 };
 
 // A netlink socket of one namespace on the event loop, feeding a writer.

@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "runtime/nolu/Netns.h"
 
 namespace Host {
@@ -268,6 +270,15 @@ void NetlinkSocket::requestFullDump() {
    if (pendingSeq_ == 0) sendNextDump();
 }
 
+bool NetlinkSocket::requestRouteDump() {
+   if (std::find(dumpQueue_.begin(), dumpQueue_.end(), U16(RTM_GETROUTE)) != dumpQueue_.end())
+      return false;
+   dumpQueue_.push_back(RTM_GETROUTE);
+   if (pendingSeq_ != 0) return false;
+   sendNextDump();
+   return pendingType_ == RTM_GETROUTE;
+}
+
 void NetlinkSocket::sendNextDump() {
    pendingSeq_ = 0;
    pendingType_ = 0;
@@ -326,7 +337,7 @@ bool NetlinkSocket::readAvailable(std::function<void(NetlinkEvent const&)> const
          if (!d || d->seq != pendingSeq_) continue;
          if (pendingType_ == RTM_GETROUTE) sink(RouteDumpEnd{});
          sendNextDump();
-         // The routes' dump is never the first, so it always starts here.
+         // A routes' dump sent after another one starts here.
          if (pendingType_ == RTM_GETROUTE) sink(RouteDumpStart{});
       }
    }

@@ -87,6 +87,12 @@ class NetlinkSocket {
    // Asks for the links, then the addresses, then the routes; the dumps run
    // one after the other as each one ends.
    void requestFullDump();
+   // Asks for the routes alone, as when the kernel dropped routes without
+   // telling (a link went down, an address went). A routes' dump already
+   // waiting its turn covers it. True when the dump was sent at once: its
+   // routes start a new read, which the caller marks with RouteDumpStart
+   // (a dump sent after another one is marked as that one ends).
+   bool requestRouteDump();
    // Reads all that is waiting and hands each record over. False when the
    // socket failed for good; a lost notification (the kernel's buffer ran
    // over) asks for a full dump again.

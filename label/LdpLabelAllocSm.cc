@@ -109,6 +109,9 @@ void LdpLabelAllocSm::labelAllocReconcile(Mpls::FwdEqvClass const& fec) {
    auto b = table->binding(fec);
    if (!b) return;
    if (!allocReady_) {
+      // Labels of an earlier run wait through the reserve phase for the
+      // block they are claimed from, which may come after this machine.
+      if (!dynamicPhase()) return;
       LDP_TRACE(th, 8, "Clearing localLabelAllocTable");
       table->bindingDel(fec);
       return;

@@ -237,8 +237,8 @@ struct HeldRootTest : HoldReservePhase, RootTest {};
 }  // namespace
 
 // A VRF's state preloaded for a restart survives a VRF that can't run LDP yet,
-// is taken on by the root once it can, and goes when the reserve phase ends
-// without a root.
+// is taken on by the root once it can, with its labels kept until the label
+// block comes, and goes when the reserve phase ends without a root.
 TEST_F(HeldRootTest, PreloadedStateWaitsForTheRoot) {
    auto statuses = agent->ldpStatusColl();
    Mpls::FwdEqvClass fec(*Nolu::Prefix::fromString("2.2.2.2/32"));
@@ -261,6 +261,9 @@ TEST_F(HeldRootTest, PreloadedStateWaitsForTheRoot) {
    ASSERT_TRUE(rootSm()->ldpRoot("default"));
    EXPECT_EQ(st, statuses->status("default"));
    EXPECT_EQ(table, st->localLabelAllocTable());
+   // The label waits for the block it is to be claimed from.
+   ASSERT_TRUE(table->binding(fec));
+   EXPECT_TRUE(table->binding(fec)->mplsLabelHas(Nolu::MplsLabel(200007)));
 
    // A VRF without LDP loses its preloaded state when the phase ends.
    preload("blue");

@@ -313,4 +313,23 @@ TEST(KernelState, RoutesShareForwardingEntriesAndAResyncDropsLostDeletions) {
    EXPECT_TRUE(t.routeStatus->routeHas(Nolu::IpGenPrefix(Nolu::Prefix(IpAddr(2, 2, 2, 50), 32))));
    EXPECT_FALSE(t.routeStatus->routeHas(Nolu::IpGenPrefix(Nolu::Prefix(IpAddr(2, 2, 2, 51), 32))));
    EXPECT_EQ(1u, w.forwardingEntryCount());
+
+   // The kernel drops routes untold when a link is taken down or goes, or
+   // an address goes; not when a link loses its carrier (the routes stay,
+   // marked linkdown) nor when it changes otherwise.
+   EXPECT_FALSE(w.takeRoutesDroppedUnseen());
+   feed(link(RTM_NEWLINK, 2, "eth1", IFF_UP));
+   feed(link(RTM_NEWLINK, 2, "eth1", IFF_UP | IFF_RUNNING));
+   EXPECT_FALSE(w.takeRoutesDroppedUnseen());
+   feed(link(RTM_NEWLINK, 2, "eth1", 0));
+   EXPECT_TRUE(w.takeRoutesDroppedUnseen());
+   EXPECT_FALSE(w.takeRoutesDroppedUnseen());
+   feed(link(RTM_NEWLINK, 2, "eth1", 0));
+   EXPECT_FALSE(w.takeRoutesDroppedUnseen());
+   feed(addr(RTM_NEWADDR, 2, IpAddr(10, 0, 0, 1), 24));
+   EXPECT_FALSE(w.takeRoutesDroppedUnseen());
+   feed(addr(RTM_DELADDR, 2, IpAddr(10, 0, 0, 1), 24));
+   EXPECT_TRUE(w.takeRoutesDroppedUnseen());
+   feed(link(RTM_DELLINK, 2, "eth1", 0));
+   EXPECT_TRUE(w.takeRoutesDroppedUnseen());
 }

@@ -365,6 +365,93 @@ TEST(RealHost, KernelRoutesBecomeFecsWithLabels) {
       << a.ctl({"show", "mpls", "ldp", "fec"}).out;
    for (auto const& [prefix, label] : before) EXPECT_EQ(label, localLabel(a, prefix)) << prefix;
    EXPECT_EQ(2, a.show({"mpls", "ldp"})["numStartups"].n);
+
+   // The route of the FEC with the lowest label goes while the agent is
+   // stopped: the FEC goes, and every other FEC keeps the label it had.
+   auto lowest = std::min_element(before.begin(), before.end(), [](auto const& x, auto const& y) {
+      return (x.second < 16 ? 1e9 : x.second) < (y.second < 16 ? 1e9 : y.second);
+   });
+   ASSERT_EQ(200000, lowest->second);
+   std::string gone = lowest->first;
+   before.erase(lowest);
+   ASSERT_EQ(0, a.ctl({"write"}).code);
+   EXPECT_EQ(0, a.stop());
+   ASSERT_TRUE(ns.ip("route del " + gone));
+   ASSERT_TRUE(a.start()) << a.log();
+   ASSERT_TRUE(waitFor(
+      [&] {
+         Json now = a.show({"mpls", "ldp", "fec"});
+         return vrf(now).a.size() == before.size() && fecNamed(now, gone)["prefix"].str().empty() &&
+                a.show({"mpls", "ldp", "label-allocation"})["phase"].str() == "ready";
+      },
+      15.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   for (auto const& [prefix, label] : before) EXPECT_EQ(label, localLabel(a, prefix)) << prefix;
+}
+
+// The kernel drops the IPv4 routes through a link taken down, and those
+// through an address removed, without a word: the agent drops their FECs and
+// labels all the same, whoever made the routes, and keeps the others. The
+// kernel's table is the reference.
+TEST(RealHost, RoutesTheKernelDropsUntoldLoseTheirFecs) {
+   SKIP_UNLESS_REAL_HOST();
+   TempDir dir;
+   Netns ns(uniq("d"));
+   ASSERT_TRUE(ns.ok());
+   ASSERT_TRUE(ns.ip("addr add 1.1.1.1/32 dev lo"));
+   ASSERT_TRUE(ns.ip("link add va type veth peer name vb"));
+   ASSERT_TRUE(ns.ip("link add vc type veth peer name vd"));
+   ASSERT_TRUE(ns.ip("addr add 10.0.0.1/24 dev va") && ns.ip("addr add 10.0.1.1/24 dev vc"));
+   for (char const* l : {"va", "vb", "vc", "vd"}) ASSERT_TRUE(ns.ip(std::string("link set ") + l + " up"));
+   ASSERT_TRUE(ns.ip("route add 2.2.2.2/32 via 10.0.0.2"));
+   // A route of another daemon (protocol 188) and one through the other link.
+   ASSERT_TRUE(ns.ip("route add 5.5.5.5/32 via 10.0.0.2 proto 188"));
+   ASSERT_TRUE(ns.ip("route add 6.6.6.6/32 via 10.0.1.2"));
+
+   AgentProc a(ns.name(), dir.path(), "a");
+   a.configIs("mpls label range 200000 1000\nmpls ldp\n   router-id interface lo\n"
+              "   label allocation all-prefixes\n");
+   ASSERT_TRUE(a.start()) << a.log();
+   std::vector<std::string> const prefixes = {"2.2.2.2/32", "5.5.5.5/32", "6.6.6.6/32",
+                                              "10.0.0.0/24", "10.0.1.0/24"};
+   auto inKernel = [&](std::string const& p) {
+      return !run({"ip", "-n", ns.name(), "route", "show", "exact", p}, dir.path()).out.empty();
+   };
+   // Every prefix is a FEC with a label exactly when the kernel routes it.
+   auto agentAgrees = [&] {
+      Json f = a.show({"mpls", "ldp", "fec"});
+      for (auto const& p : prefixes)
+         if (inKernel(p) != (fecNamed(f, p)["localLabels"].a.size() == 1)) return false;
+      return true;
+   };
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "6.6.6.6/32") >= 200000 && agentAgrees(); }, 15.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   double six = localLabel(a, "6.6.6.6/32");
+
+   // The link goes down: its routes go, the operator's and the other
+   // daemon's alike; the other link's route keeps its label.
+   ASSERT_TRUE(ns.ip("link set va down"));
+   ASSERT_FALSE(inKernel("2.2.2.2/32") || inKernel("5.5.5.5/32") || inKernel("10.0.0.0/24"));
+   EXPECT_TRUE(waitFor([&] { return fecNamed(a.show({"mpls", "ldp", "fec"}), "2.2.2.2/32")
+                                       ["prefix"].str().empty() && agentAgrees(); }, 5.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   EXPECT_EQ(six, localLabel(a, "6.6.6.6/32"));
+
+   // Up again: the kernel brings the connected segment back, not the static
+   // routes, and neither does the agent.
+   ASSERT_TRUE(ns.ip("link set va up"));
+   EXPECT_TRUE(waitFor([&] { return localLabel(a, "10.0.0.0/24") == 3; }, 5.0));
+   EXPECT_TRUE(agentAgrees()) << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+
+   // The address goes: the routes through its segment go with it.
+   ASSERT_TRUE(ns.ip("route add 2.2.2.2/32 via 10.0.0.2"));
+   ASSERT_TRUE(waitFor([&] { return localLabel(a, "2.2.2.2/32") >= 200000; }, 5.0));
+   ASSERT_TRUE(ns.ip("addr del 10.0.0.1/24 dev va"));
+   ASSERT_FALSE(inKernel("2.2.2.2/32"));
+   EXPECT_TRUE(waitFor([&] { return localLabel(a, "2.2.2.2/32") < 0 && agentAgrees(); }, 5.0))
+      << a.ctl({"show", "mpls", "ldp", "fec"}).out;
+   EXPECT_EQ(six, localLabel(a, "6.6.6.6/32"));
+   EXPECT_EQ(0, a.stop());
 }
 
 // Three LSRs in a line, r1 - r2 - r3: the label switched path from r1 to r3's
