@@ -409,10 +409,12 @@ void MplsForwardingSm::apply(Mpls::FwdEqvClass const& fec, FecKernelRoutes const
    e.routes = want;
    if (kernel_.available()) {
       if (have.mpls && (!want.mpls || want.mpls->inLabel != have.mpls->inLabel))
-         kernel_.request(mplsRouteMsg(false, kernel_.nextSeq(), *have.mpls));
+         refused(fec, "removing label route",
+                 kernel_.request(mplsRouteMsg(false, kernel_.nextSeq(), *have.mpls)));
       if (want.mpls) e.mplsError = kernel_.request(mplsRouteMsg(true, kernel_.nextSeq(), *want.mpls));
       if (have.ingress && !want.ingress)
-         kernel_.request(ingressRouteMsg(false, false, kernel_.nextSeq(), *have.ingress));
+         refused(fec, "giving the route back without labels",
+                 kernel_.request(ingressRouteMsg(false, false, kernel_.nextSeq(), *have.ingress)));
       if (want.ingress)
          e.ingressError =
             kernel_.request(ingressRouteMsg(true, true, kernel_.nextSeq(), *want.ingress));
@@ -420,6 +422,12 @@ void MplsForwardingSm::apply(Mpls::FwdEqvClass const& fec, FecKernelRoutes const
    }
    if (!want.mpls && !want.ingress) entries_.erase(fec);
    else entries_[fec] = e;
+}
+
+// A removal the kernel refused leaves state behind: the log says which.
+void MplsForwardingSm::refused(Mpls::FwdEqvClass const& fec, char const* what, int error) {
+   if (error == 0 || error == -ESRCH || error == -ENOENT) return;
+   std::cerr << "ldp-agent: " << what << " of " << fec << ": " << strerror(-error) << "\n";
 }
 
 void MplsForwardingSm::handleTimer() {
@@ -450,9 +458,12 @@ void MplsForwardingSm::removeAll() {
    initialized_ = false;
    if (!kernel_.available()) return;
    for (auto const& [fec, e] : entries_) {
-      if (e.routes.mpls) kernel_.request(mplsRouteMsg(false, kernel_.nextSeq(), *e.routes.mpls));
+      if (e.routes.mpls)
+         refused(fec, "removing label route",
+                 kernel_.request(mplsRouteMsg(false, kernel_.nextSeq(), *e.routes.mpls)));
       if (e.routes.ingress)
-         kernel_.request(ingressRouteMsg(false, false, kernel_.nextSeq(), *e.routes.ingress));
+         refused(fec, "giving the route back without labels",
+                 kernel_.request(ingressRouteMsg(false, false, kernel_.nextSeq(), *e.routes.ingress)));
    }
    entries_.clear();
 }

@@ -122,6 +122,7 @@ class MplsForwardingSm : public Vek::Sm {
    class StatusCollReactor;
    FecForwardingView viewOf(Mpls::FwdEqvClass const& fec) const;
    void apply(Mpls::FwdEqvClass const& fec, FecKernelRoutes const& want);
+   void refused(Mpls::FwdEqvClass const& fec, char const* what, int error);
    void relook();
    void inputs();
 

@@ -26,7 +26,10 @@ skip() {
 
 command -v qemu-system-x86_64 > /dev/null || skip "no qemu-system-x86_64 (apt-get install qemu-system-x86)"
 busybox=/bin/busybox
-ldd "$busybox" 2>&1 | grep -q 'not a dynamic' || skip "no static busybox (apt-get install busybox-static)"
+case "$(ldd "$busybox" 2>&1)" in
+   *"not a dynamic"*) ;;
+   *) skip "no static busybox (apt-get install busybox-static)" ;;
+esac
 
 # The newest installed kernel whose modules include MPLS forwarding.
 kver=""
