@@ -154,8 +154,12 @@ std::vector<U8> mplsRouteMsg(bool add, U32 seq, KernelMplsRoute const& r) {
 
 std::vector<U8> ingressRouteMsg(bool add, bool encap, U32 seq, KernelIngressRoute const& r) {
    // Giving the route back replaces it as well: it stays, without labels.
+   // Only a route that is still there is given back: one that the operator
+   // or a daemon deleted stays deleted (the kernel answers ENOENT).
    bool replace = add || !encap;
-   MsgBuilder m(RTM_NEWROUTE, requestFlags(replace), seq);
+   U16 flags = requestFlags(replace);
+   if (!add) flags = U16(flags & ~NLM_F_CREATE);
+   MsgBuilder m(RTM_NEWROUTE, flags, seq);
    rtmsg h = routeHeader(AF_INET, r.prefix.len(), true);
    if (!encap) h.rtm_protocol = RTPROT_BOOT;
    m.put(&h, sizeof h);

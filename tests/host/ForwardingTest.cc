@@ -122,10 +122,13 @@ TEST(Forwarding, NetlinkMessagesMatchTheKernelsLayout) {
    };
    KernelIngressRoute in{Prefix(IpAddr(10, 9, 9, 9), 32), {200}, IpAddr(10, 0, 0, 2), 3, "eth3"};
    EXPECT_EQ(ingress, ingressRouteMsg(true, true, 9, in));
-   // Given back: the same route replaced without encapsulation, as a boot route.
+   // Given back: the same route replaced without encapsulation, as a boot
+   // route, and only if it is still there (REPLACE without CREATE).
    auto back = ingressRouteMsg(false, false, 10, in);
    EXPECT_EQ(52u, back.size());
    EXPECT_EQ(3, back[21]);  // RTPROT_BOOT
+   EXPECT_EQ(0x01, back[7]);  // NLM_F_REPLACE, no NLM_F_CREATE
+   EXPECT_EQ(0x05, back[6]);  // NLM_F_REQUEST | NLM_F_ACK
 }
 
 TEST(Forwarding, EventLogFileRotatesBySize) {

@@ -498,8 +498,17 @@ TEST(RealHost, ThreeLsrsPingAcrossTheLabelSwitchedPath) {
    };
    EXPECT_EQ(0, sh("ip netns exec " + n1.name() + " ping -c 2 -W 2 -I 1.1.1.1 3.3.3.3 >/dev/null"))
       << tables();
+   // The operator deletes r1's route to r3: the agent's labels leave with it,
+   // and the route is not made again without them.
+   ASSERT_TRUE(n1.ip("route del 3.3.3.3/32"));
+   EXPECT_TRUE(waitFor([&] { return routes(a1, "ingressRoutes") == 0; }, 30.0))
+      << a1.ctl({"show", "mpls", "ldp", "forwarding"}).out;
+   EXPECT_EQ("", run({"ip", "netns", "exec", n1.name(), "ip", "route", "show", "3.3.3.3/32"},
+                     "/tmp").out)
+      << tables();
    for (auto* a : {&a1, &a2, &a3}) EXPECT_EQ(0, a->stop(SIGTERM)) << a->log();
    // A clean stop leaves no label route behind.
-   RunResult left = run({"ip", "netns", "exec", n2.name(), "ip", "-f", "mpls", "route"}, "/tmp");
-   EXPECT_EQ("", left.out);
+   for (auto* n : {&n1, &n2, &n3})
+      EXPECT_EQ("", run({"ip", "netns", "exec", n->name(), "ip", "-f", "mpls", "route"}, "/tmp").out)
+         << n->name();
 }
