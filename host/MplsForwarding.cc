@@ -305,14 +305,18 @@ class MplsForwardingSm::StatusCollReactor
 MplsForwardingSm::MplsForwardingSm(Vek::Ptr<Ombra::Store> const& store, Ldp::Agent const* agent)
    : store_(store), agent_(agent) {
    initialized_ = true;
+   timer_ = Hesk::timerTaskIs(this, &MplsForwardingSm::handleTimer, agent_->scheduler(), 2,
+                              "MplsForwarding");
    if (!kernel_.open(&reason_)) {
-      // Once, and the agent goes on without label forwarding.
+      // Once, and the agent goes on without label forwarding until the
+      // kernel's MPLS modules are loaded, which it looks for now and then.
       std::cerr << "ldp-agent: " << reason_ << "; label forwarding is not programmed\n";
+      retry_ = Hesk::timerTaskIs(this, &MplsForwardingSm::handleRetry, agent_->scheduler(), 2,
+                                 "MplsForwarding-retry");
+      retry_->scheduleTaskDelay(retryInterval);
    } else {
       reason_ = "programmed";
    }
-   timer_ = Hesk::timerTaskIs(this, &MplsForwardingSm::handleTimer, agent_->scheduler(), 2,
-                              "MplsForwarding");
    routeReactor_.reset(new RouteReactor(this, agent_->routeStatus()));
    fwdReactor_.reset(new FwdReactor(this, agent_->forwardingStatus()));
    statusCollReactor_.reset(new StatusCollReactor(this, agent_->ldpStatusColl()));
@@ -426,6 +430,20 @@ void MplsForwardingSm::apply(Mpls::FwdEqvClass const& fec, FecKernelRoutes const
    }
    if (!want.mpls && !want.ingress) entries_.erase(fec);
    else entries_[fec] = e;
+}
+
+void MplsForwardingSm::handleRetry() {
+   if (!initialized_ || kernel_.available()) return;
+   std::string why;
+   if (!kernel_.open(&why)) {
+      retry_->scheduleTaskDelay(retryInterval);
+      return;
+   }
+   std::cerr << "ldp-agent: the kernel has MPLS forwarding now; label forwarding is programmed\n";
+   reason_ = "programmed";
+   // What was worked out meanwhile never reached the kernel.
+   entries_.clear();
+   allDirty();
 }
 
 // A removal the kernel refused leaves state behind: the log says which.

@@ -111,6 +111,9 @@ class MplsForwardingSm : public Vek::Sm {
    void removeAll();
 
    void handleTimer();
+   // Without MPLS in the kernel, looks again every retryInterval.
+   void handleRetry();
+   static constexpr Vek::Seconds retryInterval = 5.0;
    void dirtyIs(Mpls::FwdEqvClass const& fec);
    void allDirty();
 
@@ -137,6 +140,7 @@ class MplsForwardingSm : public Vek::Sm {
    bool allDirty_ = true;
    std::vector<std::string> inputDevs_;
    Vek::Ptr<Hesk::TimerTask> timer_;
+   Vek::Ptr<Hesk::TimerTask> retry_;
    std::unique_ptr<TableReactor> tableReactor_;
    std::unique_ptr<RouteReactor> routeReactor_;
    std::unique_ptr<FwdReactor> fwdReactor_;
