@@ -133,8 +133,10 @@ std::optional<Ldp::LdpSessionId> sessionTo(Ldp::Status const& st, Nolu::IpAddr a
       for (auto it = set->sessionIdIter(); it; ++it)
          if (it.key().lsrId() != 0 && ssc->sessionStatus(it.key())) return it.key();
    }
-   for (auto it = ssc->sessionStatusIter(); it; ++it)
-      if (it.key().lsrId() == addr.value()) return it.key();
+   // The platform label space of the LSR named by the address: one look-up,
+   // not a walk over every session for every pseudowire shown.
+   Ldp::LdpSessionId byLsrId(Ldp::LdpIdentifier(addr, 0));
+   if (ssc->sessionStatus(byLsrId)) return byLsrId;
    return std::nullopt;
 }
 
